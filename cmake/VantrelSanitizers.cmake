@@ -1,0 +1,10 @@
+# Sanitizer flags applied to every target of the build when VANTREL_SANITIZE is set.
+if(VANTREL_SANITIZE STREQUAL "address")
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+elseif(VANTREL_SANITIZE STREQUAL "thread")
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+elseif(NOT VANTREL_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "VANTREL_SANITIZE must be address, thread or empty")
+endif()

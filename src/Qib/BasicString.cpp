@@ -1,0 +1,9 @@
+// The host string type's empty constant.
+#include "Qib/BasicString.hpp"
+
+namespace Qib
+{
+
+const BasicString BasicString::Empty;
+
+} // namespace Qib

@@ -1,0 +1,113 @@
+// A UDP socket of the host. Every socket system call of the platform layer is in this file.
+#include "Qib/System/Commons/Net/Socket.hpp"
+
+#include "Qib/Exception.hpp"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace Qib::System::Commons::Net
+{
+
+namespace
+{
+
+sockaddr_in MakeAddress(const IpAddress& address, int port)
+{
+    sockaddr_in socketAddress{};
+    socketAddress.sin_family = AF_INET;
+    socketAddress.sin_addr.s_addr = address.GetValue();
+    socketAddress.sin_port = htons(static_cast<std::uint16_t>(port));
+    return socketAddress;
+}
+
+int SystemType(SocketType type)
+{
+    return type == SocketType::Stream ? SOCK_STREAM : SOCK_DGRAM;
+}
+
+} // namespace
+
+Socket::Socket(SocketType type, SocketDomain, SocketBlockingMode mode) : handle(-1)
+{
+    const int flags = SOCK_CLOEXEC | (mode == SocketBlockingMode::NonBlocking ? SOCK_NONBLOCK : 0);
+    const int descriptor = ::socket(AF_INET, SystemType(type) | flags, 0);
+    if (descriptor < 0)
+    {
+        throw Qib::Exception("Cannot create socket: {0}", std::strerror(errno));
+    }
+    handle = descriptor;
+}
+
+Socket::~Socket()
+{
+    Close();
+}
+
+SocketError Socket::Bind(const IpAddress& address, int port)
+{
+    const sockaddr_in socketAddress = MakeAddress(address, port);
+    if (::bind(handle, reinterpret_cast<const sockaddr*>(&socketAddress), sizeof(socketAddress)) != 0)
+    {
+        return static_cast<SocketError>(errno);
+    }
+    return SocketError::Success;
+}
+
+long Socket::ReceiveFrom(void* buffer, std::size_t size, IpAddress& address, int& port, SocketError& error)
+{
+    sockaddr_in source{};
+    socklen_t sourceLength = sizeof(source);
+    const ssize_t received =
+        ::recvfrom(handle, buffer, size, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
+    if (received < 0)
+    {
+        error = static_cast<SocketError>(errno);
+        return -1;
+    }
+    error = SocketError::Success;
+    address = IpAddress(source.sin_addr.s_addr);
+    port = ntohs(source.sin_port);
+    return static_cast<long>(received);
+}
+
+long Socket::SendTo(const void* data, std::size_t length, IpAddress address, int port, SocketError& error)
+{
+    const sockaddr_in destination = MakeAddress(address, port);
+    const ssize_t sent =
+        ::sendto(handle, data, length, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&destination), sizeof(destination));
+    if (sent < 0)
+    {
+        error = static_cast<SocketError>(errno);
+        return -1;
+    }
+    error = SocketError::Success;
+    return static_cast<long>(sent);
+}
+
+void Socket::Close()
+{
+    const int descriptor = handle.exchange(-1);
+    if (descriptor >= 0)
+    {
+        ::close(descriptor);
+    }
+}
+
+int Socket::GetLocalPort() const
+{
+    sockaddr_in local{};
+    socklen_t length = sizeof(local);
+    if (::getsockname(handle, reinterpret_cast<sockaddr*>(&local), &length) != 0)
+    {
+        return 0;
+    }
+    return ntohs(local.sin_port);
+}
+
+} // namespace Qib::System::Commons::Net

@@ -1,0 +1,263 @@
+// A host thread on POSIX threads. Every thread system call of the platform layer is in this file.
+#include "Qib/System/Commons/Threading/Thread.hpp"
+
+#include "Qib/Exception.hpp"
+#include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
+
+#include <cxxabi.h>
+#include <sched.h>
+#include <sys/prctl.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+
+namespace Qib::System::Commons::Threading
+{
+
+namespace
+{
+
+std::atomic<unsigned long> joinLimitMilliseconds{1000};
+
+// The system accepts thread names of at most 15 characters.
+constexpr std::size_t SystemNameLength = 15;
+
+void LogUnhandled(const std::string& threadName, const char* what)
+{
+    const auto root = Diagnostics::Logging::Log::rootLogAdapterPtr;
+    if (root)
+    {
+        root->Error("Thread {0} ended by an unhandled exception: {1}", threadName, what);
+    }
+}
+
+} // namespace
+
+thread_local Thread* Thread::pCurrentThread = nullptr;
+
+Thread::Thread(const ThreadSettings& settings, Body body, void* argument)
+    : settings(settings), body(std::move(body)), argument(argument), priority(settings.GetPriority())
+{
+}
+
+Thread::~Thread()
+{
+    if (!started)
+    {
+        return;
+    }
+    if (pCurrentThread == this)
+    {
+        // The thread drops the last reference to its own object: nobody is left to join it.
+        pCurrentThread = nullptr;
+        if (joinable.exchange(false))
+        {
+            pthread_detach(handle);
+        }
+        return;
+    }
+    Terminate();
+}
+
+void Thread::Start()
+{
+    std::lock_guard<std::mutex> control(controlLock);
+    if (started)
+    {
+        throw Qib::Exception("Thread {0} was started already", settings.GetName());
+    }
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    if (settings.GetStackSize() != 0)
+    {
+        pthread_attr_setstacksize(&attributes, settings.GetStackSize());
+    }
+    if (settings.GetAffinity() != 0)
+    {
+        cpu_set_t processors;
+        CPU_ZERO(&processors);
+        for (unsigned int cpu = 0; cpu < sizeof(unsigned long) * 8; ++cpu)
+        {
+            if ((settings.GetAffinity() >> cpu) & 1UL)
+            {
+                CPU_SET(cpu, &processors);
+            }
+        }
+        pthread_attr_setaffinity_np(&attributes, sizeof(processors), &processors);
+    }
+    running = true;
+    joinable = true;
+    const int result = pthread_create(&handle, &attributes, &Thread::Entry, this);
+    pthread_attr_destroy(&attributes);
+    if (result != 0)
+    {
+        running = false;
+        joinable = false;
+        throw Qib::Exception("Cannot start thread {0}: {1}", settings.GetName(), std::strerror(result));
+    }
+    started = true;
+    ApplyPriority();
+}
+
+void* Thread::Entry(void* self)
+{
+    auto* thread = static_cast<Thread*>(self);
+    pCurrentThread = thread;
+    prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+    pthread_setname_np(pthread_self(), thread->settings.GetName().substr(0, SystemNameLength).c_str());
+    thread->Run();
+    return nullptr;
+}
+
+void Thread::Run()
+{
+    // Runs on every way out of the body, the unwinding of a termination included.
+    struct EndMarker
+    {
+        Thread& thread;
+        ~EndMarker() { thread.MarkEnded(); }
+    } endMarker{*this};
+
+    try
+    {
+        body(argument);
+    }
+    catch (const abi::__forced_unwind&)
+    {
+        throw; // termination unwinds the stack; it is not an error of the body
+    }
+    catch (const std::exception& exception)
+    {
+        LogUnhandled(settings.GetName(), exception.what());
+    }
+    catch (...)
+    {
+        LogUnhandled(settings.GetName(), "Unknown exception");
+    }
+}
+
+void Thread::MarkEnded()
+{
+    std::lock_guard<std::mutex> state(stateLock);
+    ended = true;
+    running = false;
+    endedCondition.notify_all();
+}
+
+bool Thread::IsRunning() const
+{
+    return running.load();
+}
+
+bool Thread::IsJoinable() const
+{
+    return joinable.load();
+}
+
+bool Thread::Join()
+{
+    if (pCurrentThread == this)
+    {
+        return false;
+    }
+    std::lock_guard<std::mutex> control(controlLock);
+    if (!joinable)
+    {
+        return !running;
+    }
+    {
+        std::unique_lock<std::mutex> state(stateLock);
+        const auto limit = std::chrono::milliseconds(joinLimitMilliseconds.load());
+        if (!endedCondition.wait_for(state, limit, [this] { return ended; }))
+        {
+            return false;
+        }
+    }
+    ReapHandle();
+    return true;
+}
+
+void Thread::Terminate()
+{
+    if (pCurrentThread == this)
+    {
+        pthread_exit(nullptr);
+    }
+    std::lock_guard<std::mutex> control(controlLock);
+    if (!joinable)
+    {
+        return;
+    }
+    pthread_cancel(handle); // without effect when the body has ended already
+    ReapHandle();
+}
+
+void Thread::ReapHandle()
+{
+    pthread_join(handle, nullptr);
+    joinable = false;
+    running = false;
+}
+
+void Thread::SetPriority(int value)
+{
+    priority = value;
+    if (running)
+    {
+        ApplyPriority();
+    }
+}
+
+void Thread::ApplyPriority()
+{
+    if (priority != 0)
+    {
+        // Ordinary threads accept no static priority; the value then stays on the object only.
+        pthread_setschedprio(handle, priority);
+    }
+}
+
+int Thread::GetPriority() const
+{
+    return priority;
+}
+
+const std::string& Thread::GetName() const
+{
+    return settings.GetName();
+}
+
+void Thread::Sleep(unsigned long milliseconds)
+{
+    timespec deadline{};
+    clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += static_cast<time_t>(milliseconds / 1000);
+    deadline.tv_nsec += static_cast<long>((milliseconds % 1000) * 1000000UL);
+    if (deadline.tv_nsec >= 1000000000L)
+    {
+        deadline.tv_sec += 1;
+        deadline.tv_nsec -= 1000000000L;
+    }
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &deadline, nullptr) == EINTR)
+    {
+    }
+}
+
+void Thread::SetAsynchronousCancelability(bool asynchronous)
+{
+    pthread_setcanceltype(asynchronous ? PTHREAD_CANCEL_ASYNCHRONOUS : PTHREAD_CANCEL_DEFERRED, nullptr);
+}
+
+void Thread::SetJoinLimit(unsigned long milliseconds)
+{
+    joinLimitMilliseconds = milliseconds;
+}
+
+unsigned long Thread::GetJoinLimit()
+{
+    return joinLimitMilliseconds.load();
+}
+
+} // namespace Qib::System::Commons::Threading
