@@ -1,0 +1,210 @@
+// Tests of the BOOTP server's settings, address table rule, hardware text and in-place reply.
+#include "VantrelBase/Net/Bootp/BootpServer.hpp"
+
+#include "Qib/System/Commons/InvalidFormatException.hpp"
+#include "Support/LogCapture.hpp"
+#include "TestableBootpServer.hpp"
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+using Qib::System::Commons::InvalidFormatException;
+using Qib::System::Commons::Net::IpAddress;
+using VantrelBase::Net::MacAddress;
+using VantrelBase::Net::Bootp::Configuration::BootpServerSettings;
+using VantrelTest::TestableBootpServer;
+
+namespace
+{
+
+IpAddress Ip(const char* text)
+{
+    return IpAddress::Parse(text);
+}
+
+// A message buffer whose every byte differs from its neighbours, so a stray write shows.
+TestableBootpServer::Buffer PatternBuffer()
+{
+    TestableBootpServer::Buffer buffer{};
+    for (std::size_t i = 0; i < buffer.size(); ++i)
+    {
+        buffer[i] = static_cast<std::uint8_t>((i * 7 + 3) & 0xFF);
+    }
+    return buffer;
+}
+
+} // namespace
+
+TEST(BootpServerTest, PairConstructorHoldsOneEntryAndDefaults)
+{
+    TestableBootpServer server("00:11:22:33:44:55", "192.168.1.10");
+    const BootpServerSettings& settings = server.settings;
+    ASSERT_EQ(settings.ipConfigurations.size(), 1U);
+    EXPECT_EQ(settings.ipConfigurations.begin()->first, MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x55));
+    EXPECT_EQ(settings.ipConfigurations.begin()->second, Ip("192.168.1.10"));
+    EXPECT_EQ(settings.localPort, 67);
+    EXPECT_EQ(settings.localAddress, IpAddress());
+    EXPECT_TRUE(settings.bindSocket);
+    EXPECT_TRUE(settings.broadcast);
+    EXPECT_EQ(settings.timeout, 0);
+    EXPECT_EQ(settings.bootfile, "");
+    EXPECT_EQ(settings.bootserver, IpAddress());
+    EXPECT_FALSE(server.IsRunning());
+}
+
+TEST(BootpServerTest, PairConstructorKeysDashFormUnderZeroAddress)
+{
+    // Deliberate: only the colon form is read, so the key is all zero and the device is not found.
+    TestableBootpServer server("00-11-22-33-44-55", "192.168.1.10");
+    ASSERT_EQ(server.settings.ipConfigurations.size(), 1U);
+    EXPECT_EQ(server.settings.ipConfigurations.begin()->first, MacAddress());
+    IpAddress found;
+    EXPECT_FALSE(server.TryGetIpConfiguration(MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x55), found));
+    EXPECT_TRUE(server.TryGetIpConfiguration(MacAddress(), found));
+    EXPECT_EQ(found, Ip("192.168.1.10"));
+}
+
+TEST(BootpServerTest, PairConstructorRefusesUnreadableIp)
+{
+    EXPECT_THROW(TestableBootpServer("00:11:22:33:44:55", "192.168.1"), InvalidFormatException);
+}
+
+TEST(BootpServerTest, SettingsConstructorCopiesTheRecord)
+{
+    BootpServerSettings settings;
+    settings.timeout = 200;
+    settings.localPort = 1067;
+    settings.bootfile = "boot.img";
+    settings.ipConfigurations[MacAddress(1, 2, 3, 4, 5, 6)] = Ip("10.0.0.6");
+    TestableBootpServer server(settings);
+    server.SetBootfile("other.img");
+    EXPECT_EQ(server.settings.timeout, 200);
+    EXPECT_EQ(server.settings.localPort, 1067);
+    EXPECT_EQ(server.settings.ipConfigurations, settings.ipConfigurations);
+    EXPECT_EQ(settings.bootfile, "boot.img");
+}
+
+TEST(BootpServerTest, BootserverSettersAgreeAndBadTextKeepsTheValue)
+{
+    TestableBootpServer server("00:11:22:33:44:55", "192.168.1.10");
+    server.SetBootserver("10.1.2.3");
+    const IpAddress fromText = server.settings.bootserver;
+    server.SetBootserver(IpAddress());
+    server.SetBootserver(Ip("10.1.2.3"));
+    EXPECT_EQ(server.settings.bootserver, fromText);
+    EXPECT_EQ(fromText, Ip("10.1.2.3"));
+    EXPECT_THROW(server.SetBootserver("not an address"), InvalidFormatException);
+    EXPECT_EQ(server.settings.bootserver, Ip("10.1.2.3"));
+}
+
+TEST(BootpServerTest, NonEmptyTableIsSearchedWithItsOwnOrdering)
+{
+    BootpServerSettings settings;
+    settings.ipConfigurations[MacAddress(0x01, 0x02, 0, 0, 0, 0)] = Ip("10.0.0.1");
+    settings.ipConfigurations[MacAddress(0x02, 0x01, 0, 0, 0, 0)] = Ip("10.0.0.2");
+    TestableBootpServer server(settings);
+    IpAddress found;
+    EXPECT_TRUE(server.TryGetIpConfiguration(MacAddress(0x01, 0x02, 0, 0, 0, 0), found));
+    EXPECT_EQ(found, Ip("10.0.0.1"));
+    // Deliberate: the second entry is held but the search cannot reach it; the device gets no reply.
+    found = Ip("192.0.2.1");
+    EXPECT_FALSE(server.TryGetIpConfiguration(MacAddress(0x02, 0x01, 0, 0, 0, 0), found));
+    EXPECT_FALSE(server.TryGetIpConfiguration(MacAddress(0x00, 0x01, 0, 0, 0, 0), found));
+}
+
+TEST(BootpServerTest, HardwareTextFollowsHlen)
+{
+    auto buffer = PatternBuffer();
+    buffer[2] = 0;
+    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), "(unknown hardware address)");
+
+    const std::uint8_t chaddr[] = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
+    std::copy(std::begin(chaddr), std::end(chaddr), buffer.begin() + 28);
+    buffer[2] = 6;
+    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), "00:1A:2B:3C:4D:5E");
+    buffer[2] = 1;
+    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), "00");
+
+    // Past chaddr (16 bytes) into sname: pairs 17 to 20 come from offsets 44 to 47.
+    for (std::size_t i = 0; i < 20; ++i)
+    {
+        buffer[28 + i] = static_cast<std::uint8_t>(0xA0 + i);
+    }
+    buffer[2] = 20;
+    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer),
+              "A0:A1:A2:A3:A4:A5:A6:A7:A8:A9:AA:AB:AC:AD:AE:AF:B0:B1:B2:B3");
+
+    buffer[2] = 255;
+    const std::string longest = TestableBootpServer::FormatHardware(buffer);
+    EXPECT_EQ(longest.size(), 255U * 3 - 1);
+    const std::string last = fmt::format("{0:02X}", static_cast<unsigned int>(buffer[282]));
+    EXPECT_EQ(longest.substr(longest.size() - 2), last);
+}
+
+TEST(BootpServerTest, ReplyRewritesOpAddressesAndFileOnly)
+{
+    const auto request = PatternBuffer();
+    auto reply = request;
+    TestableBootpServer::BuildReply(reply, Ip("10.77.1.10"), Ip("10.77.1.1"), "boot/x");
+    EXPECT_EQ(reply[0], 2);
+    const std::uint8_t yiaddr[] = {10, 77, 1, 10};
+    const std::uint8_t siaddr[] = {10, 77, 1, 1};
+    EXPECT_TRUE(std::equal(std::begin(yiaddr), std::end(yiaddr), reply.begin() + 16));
+    EXPECT_TRUE(std::equal(std::begin(siaddr), std::end(siaddr), reply.begin() + 20));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&reply[108])), "boot/x");
+    for (std::size_t i = 0; i < reply.size(); ++i)
+    {
+        const bool written = i == 0 || (i >= 16 && i < 24) || (i >= 108 && i < 108 + 7);
+        if (!written)
+        {
+            ASSERT_EQ(reply[i], request[i]) << "offset " << i;
+        }
+    }
+}
+
+TEST(BootpServerTest, ShortBootfileOverlaysTheClientsFileField)
+{
+    TestableBootpServer::Buffer buffer{};
+    const std::string generic = "generic";
+    std::copy(generic.begin(), generic.end(), buffer.begin() + 108);
+    TestableBootpServer::BuildReply(buffer, Ip("10.0.0.2"), IpAddress(), "b");
+    const std::uint8_t expected[] = {'b', 0, 'n', 'e', 'r', 'i', 'c', 0, 0};
+    EXPECT_TRUE(std::equal(std::begin(expected), std::end(expected), buffer.begin() + 108));
+    // The empty name writes just the zero.
+    TestableBootpServer::BuildReply(buffer, Ip("10.0.0.2"), IpAddress(), "");
+    EXPECT_EQ(buffer[108], 0);
+    EXPECT_EQ(buffer[109], 0);
+    EXPECT_EQ(buffer[110], 'n');
+}
+
+TEST(BootpServerTest, LongBootfileRunsIntoVendAndStopsAtBufferEnd)
+{
+    auto buffer = PatternBuffer();
+    // Deliberate: no limit at the file field's end; 200 bytes reach into vend.
+    const std::string twoHundred(200, 'f');
+    TestableBootpServer::BuildReply(buffer, IpAddress(), IpAddress(), twoHundred);
+    EXPECT_EQ(buffer[307], 'f');
+    EXPECT_EQ(buffer[308], 0);
+    EXPECT_EQ(buffer[309], PatternBuffer()[309]);
+
+    // 591 characters and the zero fill the buffer exactly; a longer name is cut there.
+    for (const std::size_t length : {591U, 592U, 1000U})
+    {
+        buffer = PatternBuffer();
+        TestableBootpServer::BuildReply(buffer, IpAddress(), IpAddress(), std::string(length, 'g'));
+        EXPECT_EQ(buffer[107], PatternBuffer()[107]) << length;
+        EXPECT_EQ(buffer[108], 'g') << length;
+        EXPECT_EQ(buffer[698], 'g') << length;
+        EXPECT_EQ(buffer[699], 0) << length;
+    }
+}
+
+TEST(BootpServerTest, StopBeforeStartLogsNothing)
+{
+    VantrelTest::LogCapture capture;
+    TestableBootpServer server("00:11:22:33:44:55", "192.168.1.10");
+    server.Stop();
+    EXPECT_FALSE(server.IsRunning());
+    EXPECT_TRUE(capture.Messages().empty());
+}
