@@ -3,9 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
-
 using VantrelBase::Net::NetworkCredential;
 
 namespace
@@ -40,25 +37,4 @@ TEST(NetworkCredentialTest, CopiesAndAssignmentsHoldEmptyTexts)
     const NetworkCredential& self = assigned;
     assigned = self;
     ExpectEmpty(assigned);
-}
-
-TEST(NetworkCredentialTest, CopiesMayBeMadeAndDroppedOnAnyThread)
-{
-    const NetworkCredential shared("operator", "s3cret", "plant.local");
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-    {
-        threads.emplace_back([&shared] {
-            for (int i = 0; i < 200; ++i)
-            {
-                std::vector<NetworkCredential> copies(3, shared);
-                copies.erase(copies.begin());
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
-    ExpectEmpty(shared);
 }
