@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -79,6 +80,30 @@ void BuildEchoRequest(Packet& packet, std::uint16_t identifier, std::uint16_t se
     packet[63] = 0;
     WriteHostOrder16(packet, 2, checksum(packet.data(), static_cast<std::int32_t>(packet.size())));
 }
+
+// Owns the raw socket, so that it is closed on every way out of Send, also when the calling thread is
+// cancelled in the endless mode. Closing holds cancellation off: a destructor must not be a
+// cancellation point.
+class SocketGuard
+{
+public:
+    explicit SocketGuard(int descriptor) : descriptor(descriptor) {}
+    ~SocketGuard()
+    {
+        if (descriptor >= 0)
+        {
+            int previous = 0;
+            ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &previous);
+            ::close(descriptor);
+            ::pthread_setcancelstate(previous, nullptr);
+        }
+    }
+    SocketGuard(const SocketGuard&) = delete;
+    SocketGuard& operator=(const SocketGuard&) = delete;
+
+private:
+    int descriptor;
+};
 
 timespec MonotonicNow()
 {
@@ -203,13 +228,13 @@ Ping::Result Ping::Send(const std::string& host, unsigned int /*reserved*/, unsi
     {
         return Result{0, StatusSocketUnavailable};
     }
+    const SocketGuard closeAtEnd(descriptor);
     const timespec runStart = MonotonicNow();
 
     const int ttl = TimeToLive;
     if (::setsockopt(descriptor, IPPROTO_IP, IP_TTL, &ttl, sizeof ttl) != 0)
     {
         RootLog(LogLevel::Info, "Setting socket options to TTL failed!");
-        ::close(descriptor);
         return Result{0, StatusSocketOptionFailed};
     }
     timeval receiveTimeout{};
@@ -262,8 +287,6 @@ Ping::Result Ping::Send(const std::string& host, unsigned int /*reserved*/, unsi
     const double loss = static_cast<double>((sent - received) / sent) * 100.0;
     RootLog(LogLevel::Info, "{0} packets sent, {1} packets received, {2} percent packet loss.Total time : {3} ms.",
             sent, received, loss, MillisecondsBetween(runStart, runEnd));
-
-    ::close(descriptor);
     return Result{0, StatusSuccess};
 }
 

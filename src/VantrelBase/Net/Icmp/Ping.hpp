@@ -48,7 +48,8 @@ public:
     /// the process with an illegal-instruction trap. `reserved` is not used.
     /// Status: 0 when the summary was written (also without replies), 11018 when the host does not
     /// resolve, 11004 when no raw ICMP socket can be opened (it needs CAP_NET_RAW), -1 when the TTL
-    /// cannot be set.
+    /// cannot be set. The looked-up texts are freed and the socket closed on every way out, including
+    /// cancellation of the calling thread.
     static Result Send(const std::string& host, unsigned int reserved, unsigned int count);
 };
 
