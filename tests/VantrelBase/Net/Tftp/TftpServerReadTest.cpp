@@ -107,7 +107,7 @@ TEST_F(TftpServerTest, MissingFileAndDisabledReading)
 
     auto settings = DefaultSettings();
     settings.ReadEnabled = false;
-    server.reset();
+    StopServer();
     StartServer(settings);
     WriteFile(home / "present.bin", "x");
     UdpClient other;

@@ -152,7 +152,7 @@ TEST_F(TftpServerTest, StartUpAndPerPacketLogLines)
     EXPECT_TRUE(logs->Contains("Send packet to " + client.Name() + ": len=92, opcode=3", 8));
 
     settings.Verbose = true;
-    server.reset();
+    StopServer();
     StartServer(settings);
     UdpClient verbose;
     ASSERT_TRUE(verbose.Download("f.bin"));
@@ -232,13 +232,19 @@ TEST_F(TftpServerTest, ManyClientsAtOnceTransferExactBytes)
 
 TEST_F(TftpServerTest, DestroyingARunningServerWithTrafficInFlightIsClean)
 {
-    const std::size_t threadsBefore = VantrelTest::CountThreads();
+    // Counted after the first round, so that helper threads of the runtime that start with the
+    // first thread do not count; each further round must leave no thread behind.
+    std::size_t threadsBefore = 0;
     WriteFile(home / "f.bin", PatternBytes(5000));
     for (int round = 0; round < 3; ++round)
     {
         auto settings = DefaultSettings();
         settings.ThreadCount = 2;
-        StartServer(settings);
+        // A plain server object: its own destructor stops it while datagrams are being handled.
+        auto running = std::make_unique<VantrelBase::Net::Tftp::TftpServer>(settings);
+        logs->Clear();
+        running->Start();
+        ASSERT_TRUE(logs->WaitFor("Start main thread work"));
         std::atomic<bool> stop{false};
         std::vector<std::thread> senders;
         for (int s = 0; s < 4; ++s)
@@ -254,11 +260,15 @@ TEST_F(TftpServerTest, DestroyingARunningServerWithTrafficInFlightIsClean)
             });
         }
         ASSERT_TRUE(logs->WaitUntil([](const auto& records) { return records.size() > 50; }));
-        server.reset();
+        running.reset();
         stop = true;
         for (auto& sender : senders)
         {
             sender.join();
+        }
+        if (round == 0)
+        {
+            threadsBefore = VantrelTest::WaitForThreadCount(1);
         }
     }
     EXPECT_LE(VantrelTest::WaitForThreadCount(threadsBefore), threadsBefore) << "no thread outlives the server";

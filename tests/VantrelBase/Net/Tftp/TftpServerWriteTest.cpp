@@ -289,7 +289,7 @@ TEST_F(TftpServerTest, FullDiskEndsTheUploadWithoutATarget)
     EXPECT_LT(block, 200) << "the disk filled before the upload ended";
     EXPECT_TRUE(logs->Contains("Unable to write to file", 3));
     EXPECT_FALSE(Exists(small / "big.bin"));
-    server.reset();
+    StopServer();
     ::umount2(small.Path().c_str(), MNT_DETACH);
 }
 

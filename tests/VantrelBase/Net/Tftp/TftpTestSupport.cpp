@@ -258,7 +258,16 @@ void TftpServerTest::SetUp()
 
 void TftpServerTest::TearDown()
 {
-    server.reset();
+    StopServer();
+}
+
+void TftpServerTest::StopServer()
+{
+    if (server)
+    {
+        server->Stop();
+        server.reset();
+    }
 }
 
 Settings TftpServerTest::DefaultSettings() const
@@ -276,6 +285,7 @@ Settings TftpServerTest::DefaultSettings() const
 
 void TftpServerTest::StartServer(const Settings& settings)
 {
+    StopServer();
     server = std::make_unique<TestServer>(settings);
     logs->Clear();
     server->Start();

@@ -109,6 +109,9 @@ protected:
     /// Starts the server and waits until its socket is bound.
     void StartServer(const Settings& settings);
     void StartServer() { StartServer(DefaultSettings()); }
+    /// Stops and destroys the server. A derived server object is stopped before its destruction
+    /// begins, so that its main thread never meets a half-destroyed object.
+    void StopServer();
 
     std::unique_ptr<LogCapture> logs = std::make_unique<LogCapture>(8);
     TempDirectory home;
