@@ -12,6 +12,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <utility>
@@ -100,11 +101,25 @@ void TftpServer::StartUp()
     const CancellationHold hold;
     log.Info("Starting server, threadpool={0}", threadPool.GetThreadCount());
     auto created = std::make_shared<Socket>(SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::NonBlocking);
+    std::shared_ptr<Socket> previous;
     {
         std::lock_guard<std::mutex> guard(sessionsLock);
+        previous = socket;
         socket = created;
     }
-    const SocketError error = created->Bind(IpAddress(), Port);
+    if (previous)
+    {
+        // Sessions of an earlier run (a stop ends in termination, so ShutDown did not run) still hold
+        // the earlier socket; closed, it gives port 69 back to this one.
+        previous->Close();
+    }
+    SocketError error = created->Bind(IpAddress(), Port);
+    // A send still under way on the earlier socket keeps the port for a moment after the close.
+    for (int attempt = 0; previous && error == static_cast<SocketError>(EADDRINUSE) && attempt < 50; ++attempt)
+    {
+        Thread::Sleep(1);
+        error = created->Bind(IpAddress(), Port);
+    }
     if (error != SocketError::Success)
     {
         log.Error("Failed to bind socket {0}", static_cast<int>(error));
