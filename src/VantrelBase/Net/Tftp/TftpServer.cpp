@@ -101,21 +101,20 @@ void TftpServer::StartUp()
     const CancellationHold hold;
     log.Info("Starting server, threadpool={0}", threadPool.GetThreadCount());
     auto created = std::make_shared<Socket>(SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::NonBlocking);
-    std::shared_ptr<Socket> previous;
+    bool restarted = false;
+    std::list<std::shared_ptr<Session>> stale;
     {
         std::lock_guard<std::mutex> guard(sessionsLock);
-        previous = socket;
+        restarted = socket != nullptr;
         socket = created;
+        // Sessions of an earlier run (a stop ends in termination, so ShutDown did not run) hold the
+        // earlier socket and with it port 69; dropped, they let it close once no send uses it.
+        stale.swap(sessions);
     }
-    if (previous)
-    {
-        // Sessions of an earlier run (a stop ends in termination, so ShutDown did not run) still hold
-        // the earlier socket; closed, it gives port 69 back to this one.
-        previous->Close();
-    }
+    stale.clear();
     SocketError error = created->Bind(IpAddress(), Port);
-    // A send still under way on the earlier socket keeps the port for a moment after the close.
-    for (int attempt = 0; previous && error == static_cast<SocketError>(EADDRINUSE) && attempt < 50; ++attempt)
+    // A packet of the earlier run still being handled keeps the earlier socket for a moment.
+    for (int attempt = 0; restarted && error == static_cast<SocketError>(EADDRINUSE) && attempt < 200; ++attempt)
     {
         Thread::Sleep(1);
         error = created->Bind(IpAddress(), Port);
