@@ -40,6 +40,7 @@ install(FILES "${PROJECT_BINARY_DIR}/VantrelBaseNet.pc"
 
 if(TARGET vantrel-netd)
   install(TARGETS vantrel-netd RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT Runtime)
+  install(FILES "${PROJECT_SOURCE_DIR}/docs/daemon.md" DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT Runtime)
   install(FILES "${PROJECT_SOURCE_DIR}/examples/vantrel-netd.toml" "${PROJECT_SOURCE_DIR}/examples/vantrel-netd.service"
     DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples" COMPONENT Runtime)
 endif()
