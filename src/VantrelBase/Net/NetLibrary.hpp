@@ -28,6 +28,15 @@ public:
 
 } // namespace VantrelBase::Net
 
+// The host looks the entry up by its unmangled name and calls it as C++, so the C++ return type is
+// intended.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wreturn-type-c-linkage"
+#endif
 /// The host's entry: creates the library object and returns it; throws Qib::Exception when it could
 /// not be created.
 extern "C" VANTRELBASE_NET_EXPORT Qib::System::Acf::ILibrary& QibDynamicLibraryMain(Qib::AppDomain& appDomain);
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif

@@ -7,9 +7,11 @@
 namespace Qib::System::Commons::Diagnostics::Logging
 {
 
-/// Derive non-publicly: `log` is the class's logger, named with T's dotted type name.
+/// Derive non-publicly: `log` is the class's logger, named with T's dotted type name. Exported, so
+/// that an exported class has one logger in the process even where its constructor is inlined into
+/// another shared object or program.
 template <typename T>
-class Loggable
+class QIB_EXPORT Loggable
 {
 protected:
     Loggable() { log.Initialize(TypeName<T>().GetStdString()); }

@@ -1,0 +1,4 @@
+# Tests of the credential store.
+vantrel_add_test(NetCredentialsTest
+  SOURCES NetworkCredentialTest.cpp CredentialCacheTest.cpp
+  LIBRARIES VantrelBase::Net)

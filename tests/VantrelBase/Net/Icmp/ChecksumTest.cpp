@@ -1,0 +1,135 @@
+// Tests of the Internet checksum used for ICMP echo requests.
+#include "VantrelBase/Net/Icmp/Ping.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+namespace
+{
+
+using VantrelBase::Net::Icmp::checksum;
+
+bool HostIsLittleEndian()
+{
+    const std::uint16_t probe = 1;
+    unsigned char first = 0;
+    std::memcpy(&first, &probe, 1);
+    return first == 1;
+}
+
+// Reference written from the definition: words assembled byte by byte in host order, a wide
+// accumulator and end-around carries folded until none is left.
+std::uint16_t ReferenceChecksum(const std::vector<unsigned char>& bytes)
+{
+    const bool little = HostIsLittleEndian();
+    std::uint64_t sum = 0;
+    std::size_t i = 0;
+    for (; i + 1 < bytes.size(); i += 2)
+    {
+        sum += little ? (bytes[i] | (bytes[i + 1] << 8)) : ((bytes[i] << 8) | bytes[i + 1]);
+    }
+    if (i < bytes.size())
+    {
+        sum += bytes[i];
+    }
+    while (sum > 0xFFFF)
+    {
+        sum = (sum & 0xFFFF) + (sum >> 16);
+    }
+    return static_cast<std::uint16_t>(0xFFFF - sum);
+}
+
+// The two bytes the checksum occupies when stored in host order, as in an echo request.
+std::array<unsigned char, 2> StoredBytes(std::uint16_t value)
+{
+    std::array<unsigned char, 2> bytes{};
+    std::memcpy(bytes.data(), &value, bytes.size());
+    return bytes;
+}
+
+std::uint16_t Checksum(const std::vector<unsigned char>& bytes)
+{
+    return checksum(bytes.data(), static_cast<std::int32_t>(bytes.size()));
+}
+
+} // namespace
+
+TEST(ChecksumTest, EmptyAndNegativeLengthsGiveAllOnes)
+{
+    EXPECT_EQ(checksum(nullptr, 0), 0xFFFF);
+    const unsigned char byte = 0x5A;
+    EXPECT_EQ(checksum(&byte, 0), 0xFFFF);
+    EXPECT_EQ(checksum(&byte, -3), 0xFFFF);
+}
+
+TEST(ChecksumTest, KnownVectorStoresTheNetworkOrderChecksum)
+{
+    // Worked example of the Internet checksum: words 0001 f203 f4f5 f6f7 sum to 2ddf0, folded ddf2,
+    // complemented 220d. Stored in host order the bytes come out in wire order whatever the host.
+    const std::vector<unsigned char> bytes{0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7};
+    EXPECT_EQ(StoredBytes(Checksum(bytes)), (std::array<unsigned char, 2>{0x22, 0x0d}));
+}
+
+TEST(ChecksumTest, EchoHeaderWorkedByHandVerifiesToZero)
+{
+    // type 8, code 0, checksum 0, identifier 0x1234, sequence 1: 0800 + 1234 + 0001 = 1a35 -> e5ca.
+    std::vector<unsigned char> header{0x08, 0x00, 0x00, 0x00, 0x12, 0x34, 0x00, 0x01};
+    const std::array<unsigned char, 2> stored = StoredBytes(Checksum(header));
+    EXPECT_EQ(stored, (std::array<unsigned char, 2>{0xe5, 0xca}));
+
+    header[2] = stored[0];
+    header[3] = stored[1];
+    EXPECT_EQ(Checksum(header), 0);
+}
+
+TEST(ChecksumTest, OddLastByteCountsAsLowOrderByte)
+{
+    EXPECT_EQ(Checksum({0xAB}), 0xFFFF - 0xAB);
+    EXPECT_EQ(Checksum({0x01}), 0xFFFE);
+
+    const std::vector<unsigned char> three{0x10, 0x20, 0x03};
+    const std::uint16_t firstWord = HostIsLittleEndian() ? 0x2010 : 0x1020;
+    EXPECT_EQ(Checksum(three), static_cast<std::uint16_t>(0xFFFF - (firstWord + 0x03)));
+}
+
+TEST(ChecksumTest, CarriesAreFoldedTwice)
+{
+    // ffff + ffff + 0001 = 1ffff: the first fold gives 10000, which needs a second fold to 0001.
+    const std::vector<unsigned char> bytes{0xff, 0xff, 0xff, 0xff, 0x01, 0x00};
+    const std::vector<unsigned char> swapped{0xff, 0xff, 0xff, 0xff, 0x00, 0x01};
+    EXPECT_EQ(Checksum(HostIsLittleEndian() ? bytes : swapped), 0xFFFE);
+
+    const std::vector<unsigned char> allOnes(70000, 0xFF);
+    EXPECT_EQ(Checksum(allOnes), 0);
+}
+
+TEST(ChecksumTest, MatchesReferenceOnEvenAndOddLengths)
+{
+    std::mt19937 generator(20240611);
+    std::uniform_int_distribution<int> byteValue(0, 255);
+    for (std::size_t length = 0; length <= 300; ++length)
+    {
+        std::vector<unsigned char> bytes(length);
+        for (unsigned char& b : bytes)
+        {
+            b = static_cast<unsigned char>(byteValue(generator));
+        }
+        ASSERT_EQ(Checksum(bytes), ReferenceChecksum(bytes)) << "length " << length;
+    }
+}
+
+TEST(ChecksumTest, ReadsUnalignedBuffers)
+{
+    std::vector<unsigned char> storage(66);
+    for (std::size_t i = 0; i < storage.size(); ++i)
+    {
+        storage[i] = static_cast<unsigned char>(i * 7 + 3);
+    }
+    const std::vector<unsigned char> tail(storage.begin() + 1, storage.end());
+    EXPECT_EQ(checksum(storage.data() + 1, static_cast<std::int32_t>(tail.size())), ReferenceChecksum(tail));
+}

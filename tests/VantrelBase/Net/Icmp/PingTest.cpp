@@ -1,0 +1,427 @@
+// Tests of ICMP echo and the name-service helpers, inside the test's own network namespace.
+#include "VantrelBase/Net/Icmp/Ping.hpp"
+
+#include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
+#include "Support/LogCapture.hpp"
+#include "Support/NetworkNamespace.hpp"
+#include "Support/ProcessStatus.hpp"
+
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <linux/capability.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using Qib::System::Commons::Diagnostics::Logging::Log;
+using Qib::System::Commons::Diagnostics::Logging::LogAdapter;
+using VantrelBase::Net::Icmp::dns_lookup;
+using VantrelBase::Net::Icmp::Ping;
+using VantrelBase::Net::Icmp::reverse_dns_lookup;
+
+using CText = std::unique_ptr<char, decltype(&std::free)>;
+
+const char* const UnresolvableHost = "no-such-host.invalid";
+const std::string ResolvingLine = "### Resolving DNS...";
+const std::string ResolveFailedLine = "DNS resolution failed for host: %s";
+const std::string ReverseFailedLine = "Could not resolve reverse lookup of hostname\n";
+const std::string SummaryStart = " packets sent, ";
+
+// A counter of the namespace's ICMP statistics ("OutEchos", ...), from the header and value lines.
+long IcmpCounter(const std::string& name)
+{
+    std::ifstream snmp("/proc/net/snmp");
+    std::string header;
+    std::string values;
+    std::string line;
+    while (std::getline(snmp, line))
+    {
+        if (line.rfind("Icmp: ", 0) == 0)
+        {
+            (header.empty() ? header : values) = line;
+        }
+    }
+    std::istringstream names(header);
+    std::istringstream numbers(values);
+    std::string field;
+    std::string number;
+    while (names >> field && numbers >> number)
+    {
+        if (field == name)
+        {
+            return std::stol(number);
+        }
+    }
+    ADD_FAILURE() << "no ICMP counter " << name;
+    return -1;
+}
+
+// Sees every ICMP datagram the namespace delivers locally, as a second, independent raw socket.
+class IcmpCapture
+{
+public:
+    IcmpCapture() : descriptor(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP)) {}
+    ~IcmpCapture()
+    {
+        if (descriptor >= 0)
+        {
+            ::close(descriptor);
+        }
+    }
+    IcmpCapture(const IcmpCapture&) = delete;
+    IcmpCapture& operator=(const IcmpCapture&) = delete;
+
+    bool IsOpen() const { return descriptor >= 0; }
+
+    /// The ICMP echo requests (IPv4 header included) that arrived so far.
+    std::vector<std::vector<unsigned char>> EchoRequests()
+    {
+        std::vector<std::vector<unsigned char>> requests;
+        std::array<unsigned char, 1500> buffer{};
+        ssize_t length = 0;
+        while ((length = ::recv(descriptor, buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0)
+        {
+            const std::size_t headerLength = static_cast<std::size_t>(buffer[0] & 0x0F) * 4;
+            if (static_cast<std::size_t>(length) > headerLength && buffer[headerLength] == 8)
+            {
+                requests.emplace_back(buffer.begin(), buffer.begin() + length);
+            }
+        }
+        return requests;
+    }
+
+private:
+    int descriptor;
+};
+
+// Empties the root log adapter for the lifetime of the object.
+class WithoutRootLogAdapter
+{
+public:
+    WithoutRootLogAdapter() : saved(Log::rootLogAdapterPtr) { Log::rootLogAdapterPtr.reset(); }
+    ~WithoutRootLogAdapter() { Log::rootLogAdapterPtr = saved; }
+    WithoutRootLogAdapter(const WithoutRootLogAdapter&) = delete;
+    WithoutRootLogAdapter& operator=(const WithoutRootLogAdapter&) = delete;
+
+private:
+    std::shared_ptr<LogAdapter> saved;
+};
+
+// Takes CAP_NET_RAW out of the calling thread's effective set and puts it back when destroyed.
+class WithoutRawSocketCapability
+{
+public:
+    WithoutRawSocketCapability() { dropped = SetEffective(false); }
+    ~WithoutRawSocketCapability()
+    {
+        if (dropped)
+        {
+            SetEffective(true);
+        }
+    }
+    WithoutRawSocketCapability(const WithoutRawSocketCapability&) = delete;
+    WithoutRawSocketCapability& operator=(const WithoutRawSocketCapability&) = delete;
+
+    bool Dropped() const { return dropped; }
+
+private:
+    static bool SetEffective(bool on)
+    {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data{};
+        if (::syscall(SYS_capget, &header, data.data()) != 0)
+        {
+            return false;
+        }
+        const unsigned int bit = 1U << (CAP_NET_RAW % 32);
+        auto& word = data[CAP_NET_RAW / 32];
+        word.effective = on ? (word.effective | bit) : (word.effective & ~bit);
+        return ::syscall(SYS_capset, &header, data.data()) == 0;
+    }
+
+    bool dropped = false;
+};
+
+std::vector<std::string> SummaryLines(const VantrelTest::LogCapture& capture)
+{
+    std::vector<std::string> lines;
+    for (const auto& record : capture.Records())
+    {
+        if (record.Message.find(SummaryStart) != std::string::npos)
+        {
+            lines.push_back(record.Message);
+        }
+    }
+    return lines;
+}
+
+// Checks the summary's text and returns its total time in milliseconds.
+double ExpectSummary(const VantrelTest::LogCapture& capture, const std::string& counts)
+{
+    const std::vector<std::string> lines = SummaryLines(capture);
+    EXPECT_EQ(lines.size(), 1U);
+    if (lines.empty())
+    {
+        return -1.0;
+    }
+    const std::regex summary(std::regex_replace(counts, std::regex(R"([.])"), R"(\.)") +
+                             R"(Total time : ([0-9]+(\.[0-9]+)?(e[+-]?[0-9]+)?) ms\.)");
+    std::smatch match;
+    EXPECT_TRUE(std::regex_match(lines[0], match, summary)) << lines[0];
+    return match.empty() ? -1.0 : std::stod(match[1].str());
+}
+
+std::uint16_t OurIdentifier()
+{
+    return static_cast<std::uint16_t>(::getpid() & 0xFFFF);
+}
+
+// Runs in a death-test child: a count of 0 must never return.
+void SendNothingWithoutCoreDump()
+{
+    rlimit noCore{};
+    ::setrlimit(RLIMIT_CORE, &noCore);
+    Ping::Send("127.0.0.1", 0, 0);
+    std::_Exit(0);
+}
+
+} // namespace
+
+TEST(DnsLookupTest, ResolvesLoopbackNamesToDottedText)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    VantrelTest::LogCapture capture;
+    for (const char* host : {"localhost", "127.0.0.1"})
+    {
+        sockaddr_in address{};
+        address.sin_port = htons(4242);
+        const CText text(dns_lookup(host, &address), &std::free);
+        ASSERT_NE(text, nullptr) << host;
+        EXPECT_STREQ(text.get(), "127.0.0.1");
+        EXPECT_EQ(address.sin_family, AF_INET);
+        EXPECT_EQ(address.sin_port, 0);
+        EXPECT_EQ(address.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+    }
+    EXPECT_EQ(capture.Count(ResolvingLine), 2U);
+    EXPECT_TRUE(capture.Contains(ResolvingLine, 6));
+    EXPECT_FALSE(capture.Contains(ResolveFailedLine));
+}
+
+TEST(DnsLookupTest, UnresolvableNameLogsTheLiteralPercentS)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    VantrelTest::LogCapture capture;
+    sockaddr_in address{};
+    address.sin_port = htons(4242);
+
+    EXPECT_EQ(dns_lookup(UnresolvableHost, &address), nullptr);
+    EXPECT_EQ(address.sin_port, htons(4242)) << "a failed lookup leaves the address alone";
+    // Deliberate: the error template has no placeholder, so "%s" stands and the name never appears.
+    const long resolving = capture.IndexOf(ResolvingLine);
+    const long failed = capture.IndexOf(ResolveFailedLine);
+    ASSERT_GE(resolving, 0);
+    ASSERT_GT(failed, resolving);
+    EXPECT_EQ(capture.Records()[static_cast<std::size_t>(failed)].Level, 3);
+    for (const std::string& message : capture.Messages())
+    {
+        EXPECT_EQ(message.find(UnresolvableHost), std::string::npos) << message;
+    }
+}
+
+TEST(DnsLookupTest, NullArgumentsFailLikeAnUnknownName)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    VantrelTest::LogCapture capture;
+    sockaddr_in address{};
+    EXPECT_EQ(dns_lookup(nullptr, &address), nullptr);
+    EXPECT_EQ(dns_lookup("localhost", nullptr), nullptr);
+    EXPECT_EQ(capture.Count(ResolveFailedLine), 2U);
+    EXPECT_EQ(reverse_dns_lookup(nullptr), nullptr);
+    EXPECT_TRUE(capture.Contains(ReverseFailedLine, 6));
+}
+
+TEST(DnsLookupTest, LevelAndMissingRootAdapterSilenceTheLines)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    {
+        VantrelTest::LogCapture capture(5);
+        sockaddr_in address{};
+        EXPECT_EQ(dns_lookup(UnresolvableHost, &address), nullptr);
+        EXPECT_EQ(capture.Messages(), std::vector<std::string>{ResolveFailedLine});
+    }
+    VantrelTest::LogCapture capture;
+    WithoutRootLogAdapter silent;
+    sockaddr_in address{};
+    const CText text(dns_lookup("localhost", &address), &std::free);
+    EXPECT_STREQ(text.get(), "127.0.0.1");
+    EXPECT_EQ(dns_lookup(UnresolvableHost, &address), nullptr);
+    EXPECT_EQ(reverse_dns_lookup("127.0.0.2"), nullptr);
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST(ReverseDnsLookupTest, LoopbackAddressGivesTheHostsFileName)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    std::istringstream entry(VantrelTest::ShellOutput("getent hosts 127.0.0.1"));
+    std::string address;
+    std::string expected;
+    entry >> address >> expected;
+    if (expected.empty())
+    {
+        GTEST_SKIP() << "127.0.0.1 has no name on this machine";
+    }
+    VantrelTest::LogCapture capture;
+    const CText name(reverse_dns_lookup("127.0.0.1"), &std::free);
+    ASSERT_NE(name, nullptr);
+    EXPECT_EQ(std::string(name.get()), expected);
+    EXPECT_FALSE(capture.Contains(ReverseFailedLine));
+}
+
+TEST(ReverseDnsLookupTest, AddressWithoutNameIsNullAndLogged)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    if (!VantrelTest::ShellOutput("getent hosts 127.0.0.2").empty())
+    {
+        GTEST_SKIP() << "127.0.0.2 has a name on this machine";
+    }
+    VantrelTest::LogCapture capture;
+    EXPECT_EQ(reverse_dns_lookup("127.0.0.2"), nullptr);
+    EXPECT_EQ(capture.Count(ReverseFailedLine), 1U);
+    EXPECT_TRUE(capture.Contains(ReverseFailedLine, 6));
+}
+
+TEST(PingTest, CountOneSendsOneWellFormedRequestAndCountsTheReply)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    IcmpCapture wire;
+    ASSERT_TRUE(wire.IsOpen());
+    const long echosBefore = IcmpCounter("OutEchos");
+    const std::size_t descriptorsBefore = VantrelTest::CountOpenDescriptors();
+    VantrelTest::LogCapture capture;
+
+    const Ping::Result result = Ping::Send("127.0.0.1", 12345, 1);
+
+    EXPECT_EQ(result.value, 0);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(IcmpCounter("OutEchos") - echosBefore, 1);
+    EXPECT_EQ(VantrelTest::CountOpenDescriptors(), descriptorsBefore) << "the raw socket is closed";
+    // The request itself comes back first on loopback and passes the acceptance test.
+    const double milliseconds =
+        ExpectSummary(capture, "1 packets sent, 1 packets received, 0 percent packet loss.");
+    EXPECT_GE(milliseconds, 1000.0) << "the run includes the 1 s pause before sending";
+    EXPECT_LT(capture.IndexOf(ResolvingLine), capture.IndexOf(SummaryLines(capture).at(0)));
+
+    const auto requests = wire.EchoRequests();
+    ASSERT_EQ(requests.size(), 1U);
+    const std::vector<unsigned char>& datagram = requests[0];
+    const std::size_t ip = static_cast<std::size_t>(datagram[0] & 0x0F) * 4;
+    ASSERT_EQ(datagram.size(), ip + 64);
+    EXPECT_EQ(datagram[8], 64) << "time to live";
+    const unsigned char* icmp = datagram.data() + ip;
+    EXPECT_EQ(icmp[1], 0);
+    EXPECT_EQ(VantrelBase::Net::Icmp::checksum(icmp, 64), 0);
+    std::uint16_t identifier = 0;
+    std::uint16_t sequence = 0xFFFF;
+    std::memcpy(&identifier, icmp + 4, 2);
+    std::memcpy(&sequence, icmp + 6, 2);
+    EXPECT_EQ(identifier, OurIdentifier()) << "host byte order";
+    EXPECT_EQ(sequence, 0);
+    for (std::size_t i = 0; i < 55; ++i)
+    {
+        ASSERT_EQ(icmp[8 + i], 48 + i) << "payload byte " << i;
+    }
+    EXPECT_EQ(icmp[63], 0);
+}
+
+TEST(PingTest, CountFiftySixStillSendsOneRequest)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    IcmpCapture wire;
+    ASSERT_TRUE(wire.IsOpen());
+    const long echosBefore = IcmpCounter("OutEchos");
+    VantrelTest::LogCapture capture;
+
+    // Deliberate: any count up to 56 sends exactly one request.
+    const Ping::Result result = Ping::Send("localhost", 0, 56);
+
+    EXPECT_EQ(result.value, 0);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(IcmpCounter("OutEchos") - echosBefore, 1);
+    EXPECT_EQ(wire.EchoRequests().size(), 1U);
+    ExpectSummary(capture, "1 packets sent, 1 packets received, 0 percent packet loss.");
+}
+
+TEST(PingTest, UnreachableTargetReportsFullLoss)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    VantrelTest::LogCapture capture;
+    // The namespace has loopback only, so the request cannot leave: the send fails and nothing counts.
+    const Ping::Result result = Ping::Send("10.77.0.1", 0, 1);
+
+    EXPECT_EQ(result.status, 0);
+    ExpectSummary(capture, "1 packets sent, 0 packets received, 100 percent packet loss.");
+    EXPECT_EQ(capture.Count(ReverseFailedLine), 1U);
+}
+
+TEST(PingTest, UnresolvableHostIsStatus11018WithoutSending)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const long echosBefore = IcmpCounter("OutEchos");
+    VantrelTest::LogCapture capture;
+
+    const Ping::Result result = Ping::Send(UnresolvableHost, 0, 1);
+
+    EXPECT_EQ(result.value, 0);
+    EXPECT_EQ(result.status, 11018);
+    EXPECT_TRUE(capture.Contains(ResolveFailedLine, 3));
+    EXPECT_TRUE(SummaryLines(capture).empty());
+    EXPECT_EQ(IcmpCounter("OutEchos"), echosBefore);
+}
+
+TEST(PingTest, WithoutRawSocketPrivilegeIsStatus11004)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const std::size_t descriptorsBefore = VantrelTest::CountOpenDescriptors();
+    VantrelTest::LogCapture capture;
+    {
+        WithoutRawSocketCapability unprivileged;
+        ASSERT_TRUE(unprivileged.Dropped());
+        const int probe = ::socket(AF_INET, SOCK_RAW, IPPROTO_ICMP);
+        if (probe >= 0)
+        {
+            ::close(probe);
+        }
+        ASSERT_LT(probe, 0) << "CAP_NET_RAW is still in force";
+
+        const Ping::Result result = Ping::Send("127.0.0.1", 0, 1);
+
+        EXPECT_EQ(result.value, 0);
+        EXPECT_EQ(result.status, 11004);
+    }
+    EXPECT_TRUE(SummaryLines(capture).empty());
+    EXPECT_EQ(VantrelTest::CountOpenDescriptors(), descriptorsBefore);
+}
+
+TEST(PingTest, CountZeroEndsTheProcessWithIllegalInstruction)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    // Deliberate: with nothing sent the call traps instead of dividing by zero; only a child may try it.
+    EXPECT_EXIT(SendNothingWithoutCoreDump(), testing::KilledBySignal(SIGILL), "");
+}

@@ -1,0 +1,240 @@
+// Tests of the ARP table lookups against the kernel's table of the test's private namespace.
+#include "VantrelBase/Net/Information/AddressResolution.hpp"
+
+#include "PeerNamespace.hpp"
+#include "Support/NetworkNamespace.hpp"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+using Qib::System::Commons::Net::IpAddress;
+using VantrelBase::Net::MacAddress;
+using VantrelBase::Net::Information::AddressResolution;
+using VantrelTest::Shell;
+
+namespace
+{
+
+// Reaches the table lookups on a file of the test's choosing.
+class TableFileLookup : public AddressResolution
+{
+public:
+    using AddressResolution::TryFindIpAddress;
+    using AddressResolution::TryFindMacAddress;
+};
+
+// Hardware address column of every line of the kernel's table for `ip`, in table order.
+std::vector<std::string> KernelEntriesFor(const std::string& ip)
+{
+    std::vector<std::string> entries;
+    std::ifstream table("/proc/net/arp");
+    std::string line;
+    std::getline(table, line);
+    while (std::getline(table, line))
+    {
+        std::istringstream columns(line);
+        std::string address, type, flags, hardware;
+        columns >> address >> type >> flags >> hardware;
+        if (address == ip)
+        {
+            entries.push_back(hardware);
+        }
+    }
+    return entries;
+}
+
+IpAddress Ip(const char* text)
+{
+    return IpAddress::Parse(text);
+}
+
+} // namespace
+
+// Two veth ends in the test's namespace carry static neighbour entries. 10.77.0.0/28 is routed as
+// prohibited, so the ping before each lookup by IP fails at once and sends nothing; the entries stay.
+class AddressResolutionTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        VANTREL_REQUIRE_NETWORK_NAMESPACE();
+        const char* commands[] = {
+            "ip link add arp0 type veth peer name arp1",
+            "ip link set arp0 up",
+            "ip link set arp1 up",
+            "ip addr add 10.77.0.1/24 dev arp0",
+            "ip addr add 10.77.9.1/24 dev arp1",
+            "ip route add prohibit 10.77.0.0/28",
+            "ip neigh add 10.77.0.5 lladdr 00:11:22:33:44:55 dev arp0 nud permanent",
+            "ip neigh add 10.77.0.5 lladdr 00:11:22:33:44:66 dev arp1 nud permanent",
+            "ip neigh add 10.77.0.6 dev arp0 nud incomplete",
+            "ip neigh add 10.77.0.7 lladdr 0a:bb:cc:dd:ee:ff dev arp0 nud permanent",
+        };
+        for (const char* command : commands)
+        {
+            ASSERT_EQ(Shell(command), 0) << command;
+        }
+    }
+};
+
+TEST_F(AddressResolutionTest, FindsHardwareAddressByIpInKernelTextForm)
+{
+    std::string mac = "stale";
+    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.7", mac));
+    EXPECT_EQ(mac, "0a:bb:cc:dd:ee:ff");
+
+    mac = "stale";
+    EXPECT_TRUE(AddressResolution::TryResolveMacAddress(Ip("10.77.0.7"), mac));
+    EXPECT_EQ(mac, "0a:bb:cc:dd:ee:ff");
+
+    MacAddress parsed;
+    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.7", parsed));
+    EXPECT_EQ(parsed, MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF));
+    parsed = MacAddress();
+    EXPECT_TRUE(AddressResolution::TryResolveMacAddress(Ip("10.77.0.7"), parsed));
+    EXPECT_EQ(parsed, MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF));
+}
+
+TEST_F(AddressResolutionTest, FirstLineForAnIpWins)
+{
+    const auto entries = KernelEntriesFor("10.77.0.5");
+    ASSERT_EQ(entries.size(), 2U);
+    ASSERT_NE(entries[0], entries[1]);
+    std::string mac;
+    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.5", mac));
+    EXPECT_EQ(mac, entries[0]);
+}
+
+TEST_F(AddressResolutionTest, IncompleteEntryMatchesWithZeroAddress)
+{
+    // Deliberate: entries match on their address column whatever their flags.
+    std::string mac;
+    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.6", mac));
+    EXPECT_EQ(mac, "00:00:00:00:00:00");
+    std::string ip = "stale";
+    EXPECT_TRUE(AddressResolution::TryResolveIpAddress(MacAddress(), ip));
+    EXPECT_EQ(ip, "10.77.0.6");
+}
+
+TEST_F(AddressResolutionTest, MissByIpEmptiesTheOutput)
+{
+    std::string mac = "stale";
+    EXPECT_FALSE(AddressResolution::TryResolveMacAddress("10.77.0.9", mac));
+    EXPECT_EQ(mac, "");
+    // Equality of the whole column, not of a prefix.
+    mac = "stale";
+    EXPECT_FALSE(AddressResolution::TryResolveMacAddress("10.77.0.", mac));
+    EXPECT_EQ(mac, "");
+    mac = "stale";
+    EXPECT_FALSE(AddressResolution::TryResolveMacAddress(Ip("10.99.0.1"), mac));
+    EXPECT_EQ(mac, "");
+
+    const MacAddress before(1, 2, 3, 4, 5, 6);
+    MacAddress parsed = before;
+    EXPECT_FALSE(AddressResolution::TryResolveMacAddress("10.77.0.9", parsed));
+    EXPECT_EQ(parsed, before);
+}
+
+TEST_F(AddressResolutionTest, FindsIpByHardwareAddressInKernelTextFormOnly)
+{
+    std::string ip;
+    EXPECT_TRUE(AddressResolution::TryResolveIpAddress("0a:bb:cc:dd:ee:ff", ip));
+    EXPECT_EQ(ip, "10.77.0.7");
+    IpAddress address;
+    EXPECT_TRUE(AddressResolution::TryResolveIpAddress("00:11:22:33:44:66", address));
+    EXPECT_EQ(address, Ip("10.77.0.5"));
+
+    // Byte-exact comparison: upper case misses, and the output keeps its value (deliberate).
+    ip = "kept";
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0A:BB:CC:DD:EE:FF", ip));
+    EXPECT_EQ(ip, "kept");
+    address = Ip("192.0.2.1");
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0A:BB:CC:DD:EE:FF", address));
+    EXPECT_EQ(address, Ip("192.0.2.1"));
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0a:bb:cc:dd:ee:f", ip));
+    EXPECT_EQ(ip, "kept");
+}
+
+TEST_F(AddressResolutionTest, MacAddressOverloadsFindOnlyDigitOnlyAddresses)
+{
+    // Deliberate: they pass the upper-case text form, which matches the kernel's only without letters.
+    std::string ip;
+    EXPECT_TRUE(AddressResolution::TryResolveIpAddress(MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x55), ip));
+    EXPECT_EQ(ip, "10.77.0.5");
+    IpAddress address;
+    EXPECT_TRUE(AddressResolution::TryResolveIpAddress(MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x66), address));
+    EXPECT_EQ(address, Ip("10.77.0.5"));
+
+    ip = "kept";
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress(MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF), ip));
+    EXPECT_EQ(ip, "kept");
+    address = Ip("192.0.2.1");
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress(MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF), address));
+    EXPECT_EQ(address, Ip("192.0.2.1"));
+}
+
+TEST_F(AddressResolutionTest, LookupByIpPingsSoTheKernelLearnsThePeer)
+{
+    VantrelTest::PeerNamespace peer("arp", "learn0", "10.77.3.1/24", "learn1", "10.77.3.2/24", "02:77:00:00:00:02");
+    ASSERT_EQ(peer.Error(), "");
+    ASSERT_TRUE(KernelEntriesFor("10.77.3.2").empty());
+    std::string mac;
+    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.3.2", mac));
+    EXPECT_EQ(mac, "02:77:00:00:00:02");
+}
+
+TEST_F(AddressResolutionTest, LocalAddressIsTheSourceOfTheRouteToTheRemote)
+{
+    ASSERT_EQ(Shell("ip addr add 10.77.9.3/24 dev arp1"), 0);
+    ASSERT_EQ(Shell("ip route add 10.88.0.0/16 dev arp1 src 10.77.9.3"), 0);
+    IpAddress local;
+    EXPECT_TRUE(AddressResolution::TryResolveLocalIpAddress(Ip("10.88.1.1"), 67, local));
+    EXPECT_EQ(local, Ip("10.77.9.3"));
+    EXPECT_TRUE(AddressResolution::TryResolveLocalIpAddress(Ip("10.77.9.20"), 69, local));
+    EXPECT_EQ(local, Ip("10.77.9.1"));
+}
+
+TEST_F(AddressResolutionTest, LocalAddressFailsWithPortZeroOrWithoutRoute)
+{
+    IpAddress local = Ip("10.77.9.1");
+    EXPECT_FALSE(AddressResolution::TryResolveLocalIpAddress(Ip("10.77.9.20"), 0, local));
+    EXPECT_EQ(local, IpAddress());
+    local = Ip("10.77.9.1");
+    EXPECT_FALSE(AddressResolution::TryResolveLocalIpAddress(Ip("10.99.0.1"), 67, local));
+    EXPECT_EQ(local, IpAddress());
+}
+
+TEST(AddressResolutionTableTest, MissingTableGivesFalse)
+{
+    std::string answer = "kept";
+    EXPECT_FALSE(TableFileLookup::TryFindMacAddress("/nonexistent/arp", "10.0.0.1", answer));
+    EXPECT_FALSE(TableFileLookup::TryFindIpAddress("/nonexistent/arp", "00:11:22:33:44:55", answer));
+    EXPECT_EQ(answer, "kept");
+}
+
+TEST(AddressResolutionTableTest, FirstLineIsTakenAsHeaderAndShortLinesAreSkipped)
+{
+    char path[] = "/tmp/vantrel-arp-XXXXXX";
+    const int descriptor = ::mkstemp(path);
+    ASSERT_GE(descriptor, 0);
+    ::close(descriptor);
+    {
+        std::ofstream table(path);
+        table << "10.0.0.1 0x1 0x2 aa:aa:aa:aa:aa:aa * eth0\n"
+              << "10.0.0.2 0x1\n"
+              << "10.0.0.1 0x1 0x2 bb:bb:bb:bb:bb:bb * eth0\n";
+    }
+    std::string answer;
+    EXPECT_TRUE(TableFileLookup::TryFindMacAddress(path, "10.0.0.1", answer));
+    EXPECT_EQ(answer, "bb:bb:bb:bb:bb:bb");
+    answer = "kept";
+    EXPECT_FALSE(TableFileLookup::TryFindIpAddress(path, "aa:aa:aa:aa:aa:aa", answer));
+    EXPECT_EQ(answer, "kept");
+    EXPECT_FALSE(TableFileLookup::TryFindMacAddress(path, "10.0.0.2", answer));
+    std::remove(path);
+}
