@@ -157,13 +157,15 @@ int Daemon::Run()
     }
     ApplyLogging(config);
 
+    // Ports first: a port that cannot be bound ends the daemon with its one line before anything runs.
+    std::unique_ptr<ServerSet> servers = std::make_unique<ServerSet>(config);
+    ProbeBindings(servers->GetBindings(), {});
+    Warn(config, *servers);
+    servers.reset();
+
     LibraryHost host;
     host.Start();
     log.Info("vantrel-netd {0} hosting {1}", VANTREL_NETD_VERSION, host.GetLibraryPath());
-
-    std::unique_ptr<ServerSet> servers = std::make_unique<ServerSet>(config);
-    Warn(config, *servers);
-    servers.reset();
     servers = StartServers(config);
 
     if (account)

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include <dlfcn.h>
+#include <link.h>
 #include <unistd.h>
 
 #include <array>
@@ -104,7 +105,11 @@ void LibraryHost::Start()
         handle = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_GLOBAL);
         if (handle != nullptr)
         {
-            libraryPath = candidate;
+            // The file the loader actually mapped, also when it was found by its soname.
+            link_map* map = nullptr;
+            libraryPath = ::dlinfo(handle, RTLD_DI_LINKMAP, &map) == 0 && map != nullptr && map->l_name[0] != '\0'
+                              ? map->l_name
+                              : candidate;
             break;
         }
         failures += fmt::format("{}{}", failures.empty() ? "" : "; ", ::dlerror());
