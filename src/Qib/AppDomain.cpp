@@ -6,6 +6,10 @@
 namespace Qib
 {
 
+// The domain's instance pointer is defined here, in the host layer, so that a plug-in loaded with
+// dlopen and the program that loads it share one pointer instead of each holding its own copy.
+template class Singleton<AppDomain>;
+
 void AppDomain::Register(const std::string& typeName, void* object)
 {
     std::unique_lock<std::shared_mutex> guard(lock);

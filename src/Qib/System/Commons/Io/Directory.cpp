@@ -28,8 +28,13 @@ void Directory::Create(const String& path, bool createParents)
     }
     if (createParents)
     {
+        // Only a missing parent is created; a parent that is a file makes mkdir below report the
+        // requested path with "Not a directory".
         const String parent = Path::GetDirectoryName(path);
-        if (!parent.IsEmpty() && parent != path)
+        struct stat parentStatus
+        {
+        };
+        if (!parent.IsEmpty() && parent != path && ::stat(parent.CStr(), &parentStatus) != 0 && errno == ENOENT)
         {
             Create(parent, true);
         }

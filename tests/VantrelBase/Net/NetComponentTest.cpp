@@ -1,0 +1,165 @@
+// Tests of the library's component: construction, registration with the domain proxy and its hooks.
+#include "VantrelBase/Net/NetComponent.hpp"
+
+#include "FrameTestSupport.hpp"
+#include "Support/LogCapture.hpp"
+
+#include "Qib/Plc/Commons/Domain/PlcDomainProxy.hpp"
+#include "Qib/System/Acf/Application.hpp"
+#include "VantrelBase/Net/NetLibrary.hpp"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+using Qib::String;
+using Qib::Plc::Commons::Domain::PlcDomainProxy;
+using Qib::System::Acf::Application;
+using Qib::System::Acf::ComponentBase;
+using Qib::System::Acf::IComponent;
+using VantrelBase::Net::NetComponent;
+using VantrelBase::Net::NetLibrary;
+
+namespace
+{
+
+// The message of the Qib::Exception that `action` throws; fails the test when it throws none.
+template <typename Action>
+std::string ErrorOf(Action action)
+{
+    try
+    {
+        action();
+    }
+    catch (const Qib::Exception& exception)
+    {
+        return exception.GetMessage();
+    }
+    ADD_FAILURE() << "no Qib::Exception was thrown";
+    return {};
+}
+
+// A library singleton, an application and a component made by the factory function.
+struct ComponentFixture
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain libraryDomain;
+    Application application{"App"};
+    std::shared_ptr<IComponent> component;
+
+    ComponentFixture()
+    {
+        NetLibrary::Main(libraryDomain);
+        component = NetComponent::Create(application, "Net1");
+    }
+    NetComponent& Net() { return dynamic_cast<NetComponent&>(*component); }
+};
+
+} // namespace
+
+TEST(NetComponentTest, ConstructionBeforeTheLibraryExistsThrowsNamingIt)
+{
+    VantrelTest::NoNetLibrary clean;
+    Application application("App");
+    EXPECT_EQ(ErrorOf([&] { NetComponent::Create(application, "Net1"); }),
+              "Singleton instance of type 'VantrelBase.Net.NetLibrary' was not created yet!");
+    EXPECT_EQ(ErrorOf([&] { NetComponent component(application, "Net1"); }),
+              "Singleton instance of type 'VantrelBase.Net.NetLibrary' was not created yet!");
+}
+
+TEST(NetComponentTest, ConstructionTakesItsValuesFromTheHostAndTheLibrary)
+{
+    ComponentFixture fixture;
+    const IComponent& component = *fixture.component;
+    EXPECT_EQ(&component.GetApplication(), &fixture.application);
+    EXPECT_EQ(&component.GetLibrary(), static_cast<Qib::System::Acf::ILibrary*>(NetLibrary::pInstance));
+    EXPECT_EQ(fixture.Net().GetName(), String("Net1"));
+    EXPECT_EQ(static_cast<int>(component.GetComponentCategory()), 3);
+    EXPECT_EQ(component.GetStartOrder(), ComponentBase::GetDefaultStartOrder());
+    EXPECT_FALSE(component.IsSingleton());
+    EXPECT_EQ(component.GetVersion().GetBuild(), 77);
+    EXPECT_EQ(fixture.Net().Qib::Plc::Commons::Meta::MetaComponentBase::GetNamespace(), String("VantrelBase.Net"));
+}
+
+TEST(NetComponentTest, InitializeWithoutApplicationDomainThrowsNamingIt)
+{
+    ComponentFixture fixture;
+    Qib::AppDomain::DisposeInstance();
+    EXPECT_EQ(ErrorOf([&] { fixture.component->Initialize(); }),
+              "Singleton instance of type 'Qib.AppDomain' was not created yet!");
+}
+
+TEST(NetComponentTest, InitializeWithoutDomainProxyThrowsAndRegistersNothing)
+{
+    ComponentFixture fixture;
+    VantrelTest::AppDomainInstance appDomain;
+    EXPECT_EQ(ErrorOf([&] { fixture.component->Initialize(); }),
+              "AppDomain Singleton instance of type 'Qib.Plc.Commons.Domain.PlcDomainProxy' was not created yet!");
+
+    // A proxy registered afterwards sees exactly the later registration, nothing left from the failed one.
+    PlcDomainProxy proxy;
+    appDomain.domain.RegisterSingleton(proxy);
+    fixture.component->Initialize();
+    EXPECT_EQ(proxy.GetRegisteredComponents().size(), 1U);
+}
+
+TEST(NetComponentTest, InitializeRegistersTheComponentWithFlagTrue)
+{
+    ComponentFixture fixture;
+    VantrelTest::AppDomainInstance appDomain;
+    PlcDomainProxy proxy;
+    appDomain.domain.RegisterSingleton(proxy);
+    fixture.component->Initialize();
+    const auto registered = proxy.GetRegisteredComponents();
+    ASSERT_EQ(registered.size(), 1U);
+    EXPECT_EQ(registered[0].Component, fixture.component.get());
+    EXPECT_TRUE(registered[0].Flag);
+}
+
+TEST(NetComponentTest, EveryOtherHookChangesNothingAndNeverThrows)
+{
+    ComponentFixture fixture;
+    VantrelTest::AppDomainInstance appDomain;
+    PlcDomainProxy proxy;
+    appDomain.domain.RegisterSingleton(proxy);
+    VantrelTest::LogCapture capture(8);
+    IComponent& component = *fixture.component;
+    EXPECT_NO_THROW({
+        component.Initialize();
+        component.SubscribeServices();
+        component.LoadSettings("/no/such/settings/file.xml");
+        component.LoadSettings(String::Empty);
+        component.PublishServices();
+        component.LoadConfig();
+        component.SetupConfig();
+        component.ResetConfig();
+        component.PowerDown();
+        fixture.Net().RegisterComponentPorts();
+    });
+    EXPECT_EQ(proxy.GetRegisteredComponents().size(), 1U);
+    EXPECT_FALSE(fixture.Net().IsSettingsSetUp());
+    EXPECT_FALSE(fixture.Net().IsDisposed());
+    EXPECT_TRUE(capture.Records().empty()) << "the component writes no log lines of its own";
+}
+
+TEST(NetComponentTest, SetupSettingsAndDisposeForwardToTheMetaComponent)
+{
+    ComponentFixture fixture;
+    IComponent& component = *fixture.component;
+    component.SetupSettings();
+    EXPECT_TRUE(fixture.Net().IsSettingsSetUp());
+    component.Dispose();
+    EXPECT_TRUE(fixture.Net().IsDisposed());
+    EXPECT_FALSE(fixture.Net().IsSettingsSetUp());
+}
+
+TEST(NetComponentTest, EachCreateGivesAnIndependentComponent)
+{
+    ComponentFixture fixture;
+    auto second = NetComponent::Create(fixture.application, "Net2");
+    EXPECT_NE(second.get(), fixture.component.get());
+    EXPECT_EQ(&second->GetLibrary(), &fixture.component->GetLibrary());
+    second.reset(); // destroyed through the interface's virtual destructor
+    EXPECT_EQ(fixture.component->GetFullName(), String("App/Net1"));
+}

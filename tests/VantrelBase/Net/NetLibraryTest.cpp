@@ -1,0 +1,121 @@
+// Tests of the library record and the host's entry.
+#include "VantrelBase/Net/NetLibrary.hpp"
+
+#include "FrameTestSupport.hpp"
+#include "VantrelBase/Net/NetComponent.hpp"
+
+#include "Qib/System/Acf/Application.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+using Qib::String;
+using VantrelBase::Net::NetComponent;
+using VantrelBase::Net::NetLibrary;
+
+namespace
+{
+
+// Calls the entry with standard output captured; the text printed.
+std::string EnterCapturingOutput(Qib::AppDomain& domain, Qib::System::Acf::ILibrary*& library)
+{
+    std::fflush(stdout);
+    testing::internal::CaptureStdout();
+    library = &QibDynamicLibraryMain(domain);
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+} // namespace
+
+TEST(NetLibraryTest, EntryCreatesTheSingletonAndReturnsIt)
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain domain;
+    Qib::System::Acf::ILibrary* library = nullptr;
+    EXPECT_EQ(EnterCapturingOutput(domain, library), "");
+    ASSERT_NE(NetLibrary::pInstance, nullptr);
+    EXPECT_EQ(library, static_cast<Qib::System::Acf::ILibrary*>(NetLibrary::pInstance));
+    EXPECT_EQ(&NetLibrary::GetInstance().GetAppDomain(), &domain);
+}
+
+TEST(NetLibraryTest, SecondEntryPrintsTheErrorOnceAndReturnsTheNewObject)
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain domain;
+    Qib::System::Acf::ILibrary* first = nullptr;
+    Qib::System::Acf::ILibrary* second = nullptr;
+    EXPECT_EQ(EnterCapturingOutput(domain, first), "");
+    // Deliberately no line end, no exception, and the first object is left alive.
+    EXPECT_EQ(EnterCapturingOutput(domain, second),
+              "ERROR: Singleton instance of type 'VantrelBase.Net.NetLibrary' was created yet!");
+    EXPECT_NE(first, second);
+    EXPECT_EQ(second, static_cast<Qib::System::Acf::ILibrary*>(NetLibrary::pInstance));
+    EXPECT_EQ(first->GetBuildVersion().GetMajor(), 23); // still usable
+    delete first; // the library leaks it on purpose; the test frees it
+}
+
+TEST(NetLibraryTest, FactoryHoldsExactlyTheComponentType)
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain domain;
+    NetLibrary::Main(domain);
+    const std::vector<String> names = NetLibrary::GetInstance().GetComponentFactory().GetComponentTypeNames();
+    EXPECT_EQ(names, std::vector<String>{"VantrelBase.Net.NetComponent"});
+}
+
+TEST(NetLibraryTest, FactoryCreatesTheComponentByName)
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain domain;
+    NetLibrary::Main(domain);
+    Qib::System::Acf::Application application("App");
+    const auto component = NetLibrary::GetInstance().GetComponentFactory().CreateComponent(
+        application, "VantrelBase.Net.NetComponent", "Net1");
+    ASSERT_NE(component, nullptr);
+    EXPECT_NE(dynamic_cast<NetComponent*>(component.get()), nullptr);
+    EXPECT_EQ(component->GetFullName(), String("App/Net1"));
+    EXPECT_EQ(&component->GetLibrary(), static_cast<Qib::System::Acf::ILibrary*>(NetLibrary::pInstance));
+}
+
+TEST(NetLibraryTest, NamespaceIsThatOfTheLibraryType)
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain domain;
+    NetLibrary::Main(domain);
+    NetLibrary& library = NetLibrary::GetInstance();
+    EXPECT_EQ(library.GetNamespace(), String("VantrelBase.Net"));
+    Qib::Plc::Commons::Meta::IMetaLibrary& meta = library;
+    EXPECT_EQ(meta.GetNamespace(), String("VantrelBase.Net"));
+    EXPECT_EQ(library.GetTypeDomain().GetNamespace(), String("VantrelBase.Net"));
+}
+
+TEST(NetLibraryTest, BuildVersionIs23_0_3Build77)
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain domain;
+    NetLibrary::Main(domain);
+    const Qib::BasicVersion& version = NetLibrary::GetInstance().GetBuildVersion();
+    EXPECT_EQ(version.GetMajor(), 23);
+    EXPECT_EQ(version.GetMinor(), 0);
+    EXPECT_EQ(version.GetPatch(), 3);
+    EXPECT_EQ(version.GetBuild(), 77);
+    EXPECT_EQ(version.GetText(), "2023.0.3 LTS");
+    EXPECT_EQ(version.GetSuffix(), "");
+}
+
+TEST(NetLibraryTest, TypeDomainStaysEmptyAndIsReachedThroughTheProvider)
+{
+    VantrelTest::NoNetLibrary clean;
+    Qib::AppDomain domain;
+    NetLibrary::Main(domain);
+    NetLibrary& library = NetLibrary::GetInstance();
+    EXPECT_EQ(library.GetTypeDomain().GetTypeDefinitionCount(), 0U);
+    library.InitializeTypeDomain();
+    EXPECT_EQ(library.GetTypeDomain().GetTypeDefinitionCount(), 0U);
+    EXPECT_EQ(&library.GetTypeInfoProvider(true).GetTypeDomain(), &library.GetTypeDomain());
+    EXPECT_EQ(&library.GetTypeInfoProvider(false).GetTypeDomain(), &library.GetTypeDomain());
+}

@@ -1,0 +1,399 @@
+// Tests of the server base: the main thread frame, its log lines, and start and stop from every side.
+#include "VantrelBase/Net/ServerBase.hpp"
+
+#include "FrameTestSupport.hpp"
+#include "Support/LogCapture.hpp"
+#include "Support/ProcessStatus.hpp"
+
+#include "Qib/System/Commons/ArgumentException.hpp"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using Qib::System::Commons::Threading::Thread;
+using VantrelBase::Net::IServer;
+using VantrelBase::Net::ServerBase;
+using VantrelTest::Eventually;
+using VantrelTest::LogCapture;
+using Clock = std::chrono::steady_clock;
+
+namespace
+{
+
+// A server whose work counts passes and can run a test's action on the main thread.
+class TestServer : public ServerBase
+{
+public:
+    explicit TestServer(const std::string& name = "TestServer", unsigned long poolThreads = 1)
+        : ServerBase(name, poolThreads, 0, 0, 0)
+    {
+    }
+    ~TestServer() override { Stop(); }
+
+    std::atomic<int> polls{0};
+    std::atomic<int> startUps{0};
+    std::atomic<int> shutDowns{0};
+    /// Called on the main thread at every pass, with the pass number; set before Start.
+    std::function<void(TestServer&, int)> onWork;
+
+    unsigned long PoolThreadCount() const { return threadPool.GetThreadCount(); }
+    int RunOnPool() { return threadPool.QueueUserWorkItem([] { return 11; }).get(); }
+
+protected:
+    void StartUp() override { ++startUps; }
+    void ShutDown() override { ++shutDowns; }
+    void MainThreadWorker() override
+    {
+        const int pass = ++polls;
+        if (onWork)
+        {
+            onWork(*this, pass);
+        }
+    }
+};
+
+// Sets the host's join limit for one test.
+struct JoinLimit
+{
+    explicit JoinLimit(unsigned long milliseconds) { Thread::SetJoinLimit(milliseconds); }
+    ~JoinLimit() { Thread::SetJoinLimit(1000); }
+};
+
+long long MillisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+bool AnyMessageContains(const LogCapture& capture, const std::string& text, int level)
+{
+    for (const auto& record : capture.Records())
+    {
+        if (record.Level == level && record.Message.find(text) != std::string::npos)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+TEST(ServerBaseTest, ConstructionStartsNothingAndForwardsThePoolValues)
+{
+    LogCapture capture;
+    TestServer server("Named", 3);
+    EXPECT_EQ(server.GetName(), "Named");
+    EXPECT_FALSE(server.IsRunning());
+    EXPECT_EQ(server.PoolThreadCount(), 3U);
+    EXPECT_EQ(server.RunOnPool(), 11);
+    EXPECT_EQ(server.startUps.load(), 0);
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST(ServerBaseTest, PoolRefusalPassesToTheCreator)
+{
+    class ReservedServer : public ServerBase
+    {
+    public:
+        ReservedServer() : ServerBase("Reserved", 1, 0, 1, 0) {}
+
+    protected:
+        void MainThreadWorker() override {}
+    };
+    EXPECT_THROW(ReservedServer(), Qib::System::Commons::ArgumentException);
+}
+
+TEST(ServerBaseTest, StartRunsTheFrameAndLogsInOrder)
+{
+    LogCapture capture;
+    JoinLimit limit(20);
+    TestServer server;
+    server.Start();
+    EXPECT_TRUE(server.IsRunning());
+    ASSERT_TRUE(Eventually([&] { return server.polls >= 5; })) << "the worker is not polled";
+    const long start = capture.IndexOf("Attempt to start server TestServer");
+    const long spawned = capture.IndexOf("Main thread spawned");
+    const long work = capture.IndexOf("Start main thread work");
+    ASSERT_GE(start, 0);
+    EXPECT_LT(start, spawned);
+    EXPECT_LT(spawned, work);
+    EXPECT_EQ(server.startUps.load(), 1);
+    for (const auto& record : capture.Records())
+    {
+        EXPECT_EQ(record.LoggerName, "VantrelBase.Net.ServerBase");
+        EXPECT_EQ(record.Level, 6);
+    }
+    server.Stop();
+    EXPECT_FALSE(server.IsRunning());
+}
+
+TEST(ServerBaseTest, StopBeforeStartLogsNothing)
+{
+    LogCapture capture;
+    TestServer server;
+    server.Stop();
+    server.Stop();
+    EXPECT_FALSE(server.IsRunning());
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST(ServerBaseTest, SecondStopAfterAStopLogsNothing)
+{
+    JoinLimit limit(10);
+    TestServer server;
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return server.polls >= 1; }));
+    server.Stop();
+    LogCapture capture;
+    server.Stop();
+    EXPECT_TRUE(capture.Records().empty());
+}
+
+TEST(ServerBaseTest, StartOnARunningServerStopsItFirstAndLeavesOneThread)
+{
+    JoinLimit limit(20);
+    TestServer server;
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return server.polls >= 2; }));
+    const std::size_t threadsWithOneServer = VantrelTest::CountThreads();
+
+    LogCapture capture;
+    server.Start();
+    ASSERT_TRUE(capture.WaitFor("Start main thread work"));
+    const long stop = capture.IndexOf("Attempt to stop server TestServer");
+    const long start = capture.IndexOf("Attempt to start server TestServer");
+    ASSERT_GE(stop, 0);
+    EXPECT_LT(stop, start);
+    EXPECT_TRUE(server.IsRunning());
+    EXPECT_EQ(server.startUps.load(), 2);
+    EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsWithOneServer), threadsWithOneServer);
+    EXPECT_EQ(capture.Count("Main thread spawned"), 1U);
+}
+
+TEST(ServerBaseTest, StopFromInsideTheWorkerEndsTheMainThreadWithoutJoining)
+{
+    LogCapture capture;
+    JoinLimit limit(60000); // a join here would hang the test
+    TestServer server;
+    std::atomic<bool> returnedFromStop{false};
+    server.onWork = [&](TestServer& self, int pass) {
+        if (pass == 3)
+        {
+            self.Stop();
+            returnedFromStop = true;
+        }
+    };
+    server.Start();
+    ASSERT_TRUE(capture.WaitFor("Attempt to stop server TestServer asynchronously"));
+    ASSERT_TRUE(Eventually([&] { return !server.IsRunning(); }));
+    EXPECT_FALSE(returnedFromStop);
+    EXPECT_EQ(server.polls.load(), 3);
+    EXPECT_EQ(capture.Count("Attempt to stop server TestServer"), 0U);
+    EXPECT_EQ(server.shutDowns.load(), 0);
+    EXPECT_FALSE(capture.Contains("Terminate main thread work"));
+    const auto start = Clock::now();
+    server.Stop();
+    EXPECT_LT(MillisecondsSince(start), 30000) << "Stop of an ended thread joined";
+}
+
+TEST(ServerBaseTest, StopFromAnotherThreadJoinsBoundedThenTerminates)
+{
+    LogCapture capture;
+    JoinLimit limit(100);
+    TestServer server;
+    std::atomic<int> stoppedCalls{0};
+    server.stoppedCallbacks.push_back([&](IServer&) { ++stoppedCalls; });
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return server.polls >= 2; }));
+    const auto start = Clock::now();
+    server.Stop();
+    // The loop never ends by itself, so Stop waited out the whole join limit.
+    EXPECT_GE(MillisecondsSince(start), 100);
+    EXPECT_FALSE(server.IsRunning());
+    EXPECT_TRUE(capture.Contains("Attempt to stop server TestServer", 6));
+    const int pollsAtStop = server.polls;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(server.polls.load(), pollsAtStop) << "the worker is still polled after Stop";
+}
+
+TEST(ServerBaseTest, ShutDownAndStoppedCallbacksDoNotRunAtStop)
+{
+    // Deliberate: the loop flag is never raised, so termination skips the end of the frame.
+    LogCapture capture;
+    JoinLimit limit(10);
+    TestServer server;
+    std::atomic<int> stoppedCalls{0};
+    server.stoppedCallbacks.push_back([&](IServer&) { ++stoppedCalls; });
+    for (int round = 0; round < 3; ++round)
+    {
+        server.Start();
+        ASSERT_TRUE(Eventually([&] { return server.polls >= 1; }));
+        server.Stop();
+    }
+    EXPECT_EQ(server.startUps.load(), 3);
+    EXPECT_EQ(server.shutDowns.load(), 0);
+    EXPECT_EQ(stoppedCalls.load(), 0);
+    EXPECT_FALSE(capture.Contains("Terminate main thread work"));
+}
+
+TEST(ServerBaseTest, WorkerExceptionEndsTheThreadAndALaterStopIsPrompt)
+{
+    LogCapture capture;
+    JoinLimit limit(60000);
+    TestServer server;
+    server.onWork = [](TestServer&, int) { throw std::runtime_error("worker failed"); };
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return !server.IsRunning(); }));
+    ASSERT_TRUE(capture.WaitUntil([](const std::vector<LogCapture::LogRecord>& records) {
+        for (const auto& record : records)
+        {
+            if (record.Level == 3 && record.Message.find("worker failed") != std::string::npos)
+            {
+                return true;
+            }
+        }
+        return false;
+    }));
+    EXPECT_TRUE(AnyMessageContains(capture, "TestServer", 3)) << "the thread's name is missing";
+    EXPECT_EQ(server.polls.load(), 1);
+    EXPECT_EQ(server.shutDowns.load(), 0);
+    EXPECT_FALSE(capture.Contains("Terminate main thread work"));
+    const auto start = Clock::now();
+    server.Stop();
+    EXPECT_LT(MillisecondsSince(start), 30000) << "Stop joined a thread that had ended";
+    EXPECT_TRUE(capture.Contains("Attempt to stop server TestServer"));
+}
+
+TEST(ServerBaseTest, StartUpExceptionSkipsTheRestOfTheFrame)
+{
+    class FailingStart : public TestServer
+    {
+    protected:
+        void StartUp() override { throw std::logic_error("no start-up"); }
+    };
+    LogCapture capture;
+    JoinLimit limit(10);
+    FailingStart server;
+    std::atomic<int> startedCalls{0};
+    server.startedCallbacks.push_back([&](IServer&) { ++startedCalls; });
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return !server.IsRunning(); }));
+    EXPECT_TRUE(capture.WaitFor("Main thread spawned"));
+    EXPECT_TRUE(Eventually([&] { return AnyMessageContains(capture, "no start-up", 3); }));
+    EXPECT_EQ(startedCalls.load(), 0);
+    EXPECT_EQ(server.polls.load(), 0);
+}
+
+TEST(ServerBaseTest, EmptyStartedCallbackEndsTheThreadWithBadFunctionCall)
+{
+    LogCapture capture;
+    JoinLimit limit(10);
+    TestServer server;
+    std::atomic<int> before{0};
+    std::atomic<int> after{0};
+    server.startedCallbacks.push_back([&](IServer&) { ++before; });
+    server.startedCallbacks.push_back(nullptr);
+    server.startedCallbacks.push_back([&](IServer&) { ++after; });
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return !server.IsRunning(); }));
+    EXPECT_TRUE(Eventually([&] { return AnyMessageContains(capture, "bad_function_call", 3); }));
+    EXPECT_EQ(before.load(), 1);
+    EXPECT_EQ(after.load(), 0);
+    EXPECT_EQ(server.polls.load(), 0);
+    EXPECT_FALSE(capture.Contains("Start main thread work"));
+}
+
+TEST(ServerBaseTest, StartedCallbacksRunInOrderOnTheMainThreadBeforeTheLoop)
+{
+    LogCapture capture;
+    JoinLimit limit(10);
+    TestServer server;
+    std::mutex lock;
+    std::vector<int> order;
+    std::vector<Thread*> threads;
+    std::vector<std::string> systemNames;
+    std::vector<IServer*> arguments;
+    int startUpsSeen = -1;
+    int pollsSeen = -1;
+    for (int i = 0; i < 3; ++i)
+    {
+        server.startedCallbacks.push_back([&, i](IServer& argument) {
+            std::lock_guard<std::mutex> guard(lock);
+            order.push_back(i);
+            threads.push_back(Thread::pCurrentThread);
+            char name[32] = {};
+            pthread_getname_np(pthread_self(), name, sizeof(name));
+            systemNames.emplace_back(name);
+            arguments.push_back(&argument);
+            startUpsSeen = server.startUps;
+            pollsSeen = server.polls;
+        });
+    }
+    server.Start();
+    ASSERT_TRUE(capture.WaitFor("Start main thread work"));
+    server.Stop();
+    std::lock_guard<std::mutex> guard(lock);
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2}));
+    ASSERT_EQ(threads.size(), 3U);
+    EXPECT_NE(threads[0], nullptr);
+    EXPECT_EQ(threads[0], threads[2]);
+    EXPECT_EQ(systemNames[0], "TestServer");
+    EXPECT_EQ(arguments[1], static_cast<IServer*>(&server));
+    EXPECT_EQ(startUpsSeen, 1);
+    EXPECT_EQ(pollsSeen, 0);
+}
+
+TEST(ServerBaseTest, CallbackMayAddToItsOwnList)
+{
+    LogCapture capture;
+    JoinLimit limit(10);
+    TestServer server;
+    std::atomic<int> added{0};
+    server.startedCallbacks.push_back([&](IServer&) {
+        server.startedCallbacks.push_back([&](IServer&) { ++added; });
+    });
+    server.Start();
+    ASSERT_TRUE(capture.WaitFor("Start main thread work"));
+    server.Stop();
+    EXPECT_EQ(added.load(), 1);
+}
+
+TEST(ServerBaseTest, ServerCanBeStartedAgainAfterStop)
+{
+    LogCapture capture;
+    JoinLimit limit(10);
+    TestServer server;
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return server.polls >= 1; }));
+    server.Stop();
+    const int pollsAfterFirstRun = server.polls;
+    server.Start();
+    ASSERT_TRUE(Eventually([&] { return server.polls > pollsAfterFirstRun; }));
+    EXPECT_TRUE(server.IsRunning());
+    EXPECT_EQ(capture.Count("Main thread spawned"), 2U);
+    server.Stop();
+}
+
+TEST(ServerBaseTest, RepeatedStartAndStopLeavesNoThreadBehind)
+{
+    JoinLimit limit(5);
+    TestServer server;
+    const std::size_t threadsBefore = VantrelTest::CountThreads();
+    for (int round = 0; round < 200; ++round)
+    {
+        server.Start();
+        server.Stop();
+        ASSERT_FALSE(server.IsRunning()) << "round " << round;
+    }
+    EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsBefore), threadsBefore);
+    EXPECT_EQ(server.shutDowns.load(), 0);
+}
