@@ -378,7 +378,11 @@ TEST_F(BootpServerNetworkTest, LogsEachStepInOrderAtItsLevel)
     ASSERT_TRUE(WaitForListening());
     ASSERT_TRUE(client->Send(MakeRequest(21, KnownDevice)));
     ASSERT_TRUE(ReplyTo(21));
+    // A generous join limit: on a loaded machine the loop must still end by itself, not by termination.
+    const unsigned long joinLimit = Qib::System::Commons::Threading::Thread::GetJoinLimit();
+    Qib::System::Commons::Threading::Thread::SetJoinLimit(30000);
     server.Stop();
+    Qib::System::Commons::Threading::Thread::SetJoinLimit(joinLimit);
 
     const auto records = capture.Records();
     std::size_t position = 0;

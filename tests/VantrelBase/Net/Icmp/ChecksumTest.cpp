@@ -31,7 +31,9 @@ std::uint16_t ReferenceChecksum(const std::vector<unsigned char>& bytes)
     std::size_t i = 0;
     for (; i + 1 < bytes.size(); i += 2)
     {
-        sum += little ? (bytes[i] | (bytes[i + 1] << 8)) : ((bytes[i] << 8) | bytes[i + 1]);
+        const unsigned int first = bytes[i];
+        const unsigned int second = bytes[i + 1];
+        sum += little ? (first | (second << 8U)) : ((first << 8U) | second);
     }
     if (i < bytes.size())
     {

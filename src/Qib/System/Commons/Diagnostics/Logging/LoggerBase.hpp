@@ -60,8 +60,9 @@ public:
         Log(LogLevel::Trace, pattern, args...);
     }
 
+    // The forced unwind of a termination is caught by a reference without an object: no null check.
     template <typename... Args>
-    void Log(LogLevel level, const std::string& pattern, const Args&... args) const
+    __attribute__((no_sanitize("null"))) void Log(LogLevel level, const std::string& pattern, const Args&... args) const
     {
         if (!IsEnabled(level))
         {
