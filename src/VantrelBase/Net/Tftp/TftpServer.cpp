@@ -78,12 +78,9 @@ TftpServer::TftpServer(const Configuration::TftpServerSettings& settings)
       readEnabled(settings.ReadEnabled),
       writeEnabled(settings.WriteEnabled),
       overwriteEnabled(settings.OverwriteEnabled),
-      reservedFlags(settings.ReservedFlags),
-      reservedValue(settings.ReservedValue),
       timeout(settings.Timeout == 0 ? DefaultTimeout : std::min(settings.Timeout, MaximumTimeout)),
       maxRetries(settings.MaxRetries),
       verbose(settings.Verbose),
-      threadCount(settings.ThreadCount),
       gate(std::make_shared<WorkGate>())
 {
 }

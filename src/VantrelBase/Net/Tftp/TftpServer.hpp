@@ -88,12 +88,9 @@ private:
     bool readEnabled;
     bool writeEnabled;
     bool overwriteEnabled;
-    std::uint8_t reservedFlags;
-    std::uint32_t reservedValue;
     std::uint16_t timeout;
     std::uint16_t maxRetries;
     bool verbose;
-    std::uint64_t threadCount;
     /// Guarded by sessionsLock.
     std::shared_ptr<Qib::System::Commons::Net::Socket> socket;
     /// Used by the main thread only.
