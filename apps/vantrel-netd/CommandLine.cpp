@@ -1,0 +1,105 @@
+// The daemon's command line: options, help text with examples, and the outcome of parsing them.
+#include "CommandLine.hpp"
+
+#include "Config.hpp"
+#include "ExitStatus.hpp"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <sstream>
+
+#ifndef VANTREL_NETD_VERSION
+#define VANTREL_NETD_VERSION "unknown"
+#endif
+
+namespace VantrelNetd
+{
+
+namespace
+{
+
+const char* const footer = R"(Examples:
+  vantrel-netd                                  serve ./tftpboot read-only over TFTP
+  vantrel-netd --tftp-root /srv/tftp            serve another folder
+  vantrel-netd --config /etc/vantrel-netd.toml  run the servers a config file describes
+  vantrel-netd --config site.toml --check       validate a config and show what would run
+  vantrel-netd --config site.toml --user tftp   drop to user tftp once the ports are bound
+
+Signals: SIGINT and SIGTERM stop the servers and exit 0; SIGHUP re-reads the config.
+Exit statuses: 0 clean stop, 1 runtime failure, 64 bad command line, 69 port in use,
+77 no privilege, 78 bad config.)";
+
+} // namespace
+
+CommandLine::Result CommandLine::Parse(const std::vector<std::string>& arguments)
+{
+    Result result;
+    Options& options = result.Values;
+    std::string level;
+
+    CLI::App app("vantrel-netd: runs the TFTP and BOOTP servers of libVantrelBase.Net from a config file.",
+                 "vantrel-netd");
+    app.footer(footer);
+    app.set_version_flag("--version", std::string("vantrel-netd ") + VANTREL_NETD_VERSION);
+    CLI::Option* config = app.add_option("-c,--config", options.ConfigFile, "TOML config file to run")
+                              ->type_name("FILE");
+    app.add_flag("--check", options.Check, "validate the config, print what would run, and exit");
+    app.add_option("--log-level", level, "off, error, warning, info, debug or trace (overrides the config)")
+        ->type_name("LEVEL")
+        ->check(CLI::IsMember({"off", "error", "warning", "info", "debug", "trace"}));
+    app.add_option("--log-file", options.LogFile, "append log lines to FILE instead of standard error")
+        ->type_name("FILE");
+    app.add_option("--tftp-root", options.TftpRoot,
+                   "folder served without a config file (created with a sample file when missing)")
+        ->type_name("DIR")
+        ->excludes(config)
+        ->capture_default_str();
+    app.add_option("--user", options.User, "user to run as once the ports are bound (keeps only the right "
+                                           "to bind ports below 1024)")
+        ->type_name("NAME");
+
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try
+    {
+        app.parse(reversed);
+    }
+    catch (const CLI::Success& success)
+    {
+        std::ostringstream out;
+        std::ostringstream error;
+        result.ExitStatus = app.exit(success, out, error);
+        result.Text = out.str();
+        return result;
+    }
+    catch (const CLI::ParseError& error)
+    {
+        result.ExitStatus = BadCommandLine;
+        result.Text = fmt::format("{} (see --help)", error.what());
+        return result;
+    }
+    if (!level.empty())
+    {
+        options.LogLevel = LogLevelFromName(level);
+    }
+    if (options.Check && options.ConfigFile.empty())
+    {
+        result.ExitStatus = BadCommandLine;
+        result.Text = "--check needs --config FILE (see --help)";
+        return result;
+    }
+    result.Run = true;
+    return result;
+}
+
+CommandLine::Result CommandLine::Parse(int argc, const char* const* argv)
+{
+    std::vector<std::string> arguments;
+    for (int index = 1; index < argc; ++index)
+    {
+        arguments.emplace_back(argv[index]);
+    }
+    return Parse(arguments);
+}
+
+} // namespace VantrelNetd

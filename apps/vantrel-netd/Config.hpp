@@ -1,0 +1,104 @@
+// The daemon's configuration: what to run and how, as read from a config file or built in.
+#pragma once
+
+#include "Qib/System/Commons/Net/IpAddress.hpp"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace VantrelNetd
+{
+
+/// Where a value stood in its config file, for warnings that point at it.
+struct SourcePosition
+{
+    std::string File;
+    long Line = 0;
+    long Column = 0;
+
+    /// "file:line:column", or the file alone when no line is known.
+    std::string ToString() const;
+};
+
+/// One TFTP home directory and the request prefix that leads to it ("/" marks the default home).
+struct HomePathEntry
+{
+    std::string Alias;
+    std::string Path;
+};
+
+/// An allowed TFTP client: one address (First == Last) or a range, both bounds included.
+struct ClientRange
+{
+    Qib::System::Commons::Net::IpAddress First;
+    Qib::System::Commons::Net::IpAddress Last;
+    std::string Key;
+    SourcePosition Where;
+};
+
+struct TftpSection
+{
+    bool Enabled = false;
+    std::vector<HomePathEntry> HomePaths;
+    std::vector<ClientRange> AllowedClients;
+    bool Read = true;
+    bool Write = false;
+    bool Overwrite = false;
+    std::uint16_t Timeout = 10;
+    std::uint16_t Retries = 5;
+    bool Verbose = false;
+    std::uint64_t Threads = 4;
+};
+
+/// One entry of the BOOTP table; the hardware address is in upper-case colon form.
+struct BootpHost
+{
+    std::string MacAddress;
+    Qib::System::Commons::Net::IpAddress Address;
+    std::string Key;
+    SourcePosition Where;
+};
+
+struct BootpSection
+{
+    bool Enabled = false;
+    Qib::System::Commons::Net::IpAddress Address;
+    std::uint16_t Port = 67;
+    std::uint8_t Timeout = 16;
+    bool Bind = true;
+    bool Broadcast = true;
+    Qib::System::Commons::Net::IpAddress BootServer;
+    std::string BootFile;
+    std::vector<BootpHost> Hosts;
+};
+
+struct LoggingSection
+{
+    /// Host log level number: 0 off, 3 error, 5 warning, 6 info, 7 debug, 8 trace.
+    int Level = 6;
+    /// Log file to append to; empty writes to standard error.
+    std::string File;
+};
+
+/// A complete, validated configuration.
+struct Config
+{
+    /// The file it was read from; empty for the built-in default.
+    std::string SourceFile;
+    TftpSection Tftp;
+    BootpSection Bootp;
+    LoggingSection Logging;
+    /// Things the config allows but that will likely not do what its author means.
+    std::vector<std::string> Warnings;
+
+    /// A human-readable account of what would run, one item per line.
+    std::string Describe() const;
+};
+
+/// The host log level number for a level name (off, error, warning, info, debug, trace); -1 if none.
+int LogLevelFromName(const std::string& name);
+/// The level name for a host log level number.
+std::string LogLevelName(int level);
+
+} // namespace VantrelNetd

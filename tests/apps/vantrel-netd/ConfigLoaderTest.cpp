@@ -1,0 +1,318 @@
+// Tests of reading and validating the daemon's TOML config.
+#include "ConfigLoader.hpp"
+
+#include "ExitStatus.hpp"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+using VantrelNetd::Config;
+using VantrelNetd::ConfigError;
+using VantrelNetd::ConfigLoader;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+// A private folder with a "boot" and a "logs" subfolder, removed afterwards.
+class ConfigLoaderTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        root = fs::temp_directory_path() /
+               ("vantrel-netd-config-" + std::to_string(::getpid()) + "-" +
+                testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root);
+        fs::create_directories(root / "boot");
+        fs::create_directories(root / "logs");
+    }
+
+    void TearDown() override { fs::remove_all(root); }
+
+    Config Load(const std::string& text) { return ConfigLoader::LoadText(text, "site.toml", root.string()); }
+
+    // The message of the ConfigError that loading `text` throws, or a note that none was thrown.
+    std::string ErrorOf(const std::string& text)
+    {
+        try
+        {
+            Load(text);
+        }
+        catch (const ConfigError& error)
+        {
+            EXPECT_EQ(error.GetStatus(), VantrelNetd::BadConfig);
+            return error.what();
+        }
+        return "(accepted)";
+    }
+
+    static std::string WarningsOf(const Config& config)
+    {
+        std::string all;
+        for (const std::string& warning : config.Warnings)
+        {
+            all += warning + "\n";
+        }
+        return all;
+    }
+
+    fs::path root;
+};
+
+const std::string homeTable = "[[tftp.home]]\npath = \"boot\"\n";
+const std::string minimalTftp = "[tftp]\n" + homeTable;
+
+// A [tftp] section with `keys` before its home table.
+std::string TftpWith(const std::string& keys)
+{
+    return "[tftp]\n" + keys + homeTable;
+}
+
+} // namespace
+
+TEST_F(ConfigLoaderTest, EveryKeyIsReadIntoTheRecords)
+{
+    const Config config = Load(R"([logging]
+level = "debug"
+file = "logs/netd.log"
+
+[tftp]
+read = false
+write = true
+overwrite = true
+timeout = 30
+retries = 7
+verbose = true
+threads = 3
+allowed_clients = ["127.0.0.1", { first = "10.77.0.9", last = "10.77.0.9" }]
+
+[[tftp.home]]
+path = "boot"
+[[tftp.home]]
+alias = "/logs"
+path = "logs"
+
+[bootp]
+address = "10.77.0.1"
+port = 1067
+timeout = 200
+bind = true
+broadcast = true
+boot_server = "10.77.0.1"
+boot_file = "pxelinux.0"
+
+[[bootp.hosts]]
+mac = "00-1a-2b-3c-4d-5e"
+ip = "10.77.0.10"
+)");
+    EXPECT_EQ(config.SourceFile, "site.toml");
+    EXPECT_EQ(config.Logging.Level, 7);
+    EXPECT_EQ(config.Logging.File, (root / "logs/netd.log").string());
+
+    EXPECT_TRUE(config.Tftp.Enabled);
+    EXPECT_FALSE(config.Tftp.Read);
+    EXPECT_TRUE(config.Tftp.Write);
+    EXPECT_TRUE(config.Tftp.Overwrite);
+    EXPECT_EQ(config.Tftp.Timeout, 30);
+    EXPECT_EQ(config.Tftp.Retries, 7);
+    EXPECT_TRUE(config.Tftp.Verbose);
+    EXPECT_EQ(config.Tftp.Threads, 3U);
+    ASSERT_EQ(config.Tftp.AllowedClients.size(), 2U);
+    EXPECT_EQ(config.Tftp.AllowedClients[0].First.ToString().GetStdString(), "127.0.0.1");
+    EXPECT_EQ(config.Tftp.AllowedClients[0].Last, config.Tftp.AllowedClients[0].First);
+    EXPECT_EQ(config.Tftp.AllowedClients[1].Last.ToString().GetStdString(), "10.77.0.9");
+    ASSERT_EQ(config.Tftp.HomePaths.size(), 2U);
+    EXPECT_EQ(config.Tftp.HomePaths[0].Alias, "/");
+    EXPECT_EQ(config.Tftp.HomePaths[0].Path, (root / "boot").string());
+    EXPECT_EQ(config.Tftp.HomePaths[1].Alias, "/logs");
+    EXPECT_EQ(config.Tftp.HomePaths[1].Path, (root / "logs").string());
+
+    EXPECT_TRUE(config.Bootp.Enabled);
+    EXPECT_EQ(config.Bootp.Address.ToString().GetStdString(), "10.77.0.1");
+    EXPECT_EQ(config.Bootp.Port, 1067);
+    EXPECT_EQ(config.Bootp.Timeout, 200);
+    EXPECT_EQ(config.Bootp.BootServer.ToString().GetStdString(), "10.77.0.1");
+    EXPECT_EQ(config.Bootp.BootFile, "pxelinux.0");
+    ASSERT_EQ(config.Bootp.Hosts.size(), 1U);
+    // The library is handed the colon form whatever form the config used.
+    EXPECT_EQ(config.Bootp.Hosts[0].MacAddress, "00:1A:2B:3C:4D:5E");
+    EXPECT_EQ(config.Bootp.Hosts[0].Address.ToString().GetStdString(), "10.77.0.10");
+    EXPECT_EQ(WarningsOf(config), "");
+}
+
+TEST_F(ConfigLoaderTest, OmittedKeysTakeTheirDefaultsAndAbsentSectionsAreOff)
+{
+    const Config config = Load(minimalTftp);
+    EXPECT_TRUE(config.Tftp.Enabled);
+    EXPECT_TRUE(config.Tftp.Read);
+    EXPECT_FALSE(config.Tftp.Write);
+    EXPECT_FALSE(config.Tftp.Overwrite);
+    EXPECT_EQ(config.Tftp.Timeout, 10);
+    EXPECT_EQ(config.Tftp.Retries, 5);
+    EXPECT_EQ(config.Tftp.Threads, 4U);
+    EXPECT_TRUE(config.Tftp.AllowedClients.empty());
+    EXPECT_FALSE(config.Bootp.Enabled);
+    EXPECT_EQ(config.Logging.Level, 6);
+    EXPECT_TRUE(config.Logging.File.empty());
+
+    const Config disabled = Load(minimalTftp + "[bootp]\nenabled = false\n");
+    EXPECT_FALSE(disabled.Bootp.Enabled);
+    EXPECT_EQ(WarningsOf(disabled), "") << "a disabled server is not warned about";
+}
+
+TEST_F(ConfigLoaderTest, ErrorsNameFileLineColumnAndKey)
+{
+    struct Case
+    {
+        std::string text;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"colour = 1\n", "site.toml:1:1: colour: unknown key"},
+        {minimalTftp + "[tftp.extra]\n", "site.toml:4:7: tftp.extra: unknown key"},
+        {"[tftp]\nread = \"yes\"\n", "site.toml:2:8: tftp.read: expected a boolean (true or false), found a string"},
+        {"[tftp]\ntimeout = 2.5\n", "site.toml:2:11: tftp.timeout: expected an integer, found a floating-point"},
+        {"[tftp]\ntimeout = 256\n", "site.toml:2:11: tftp.timeout: 256 is out of range: give an integer from 0 to 255"},
+        {"tftp = 3\n", "site.toml:1:8: tftp: expected a table, found an integer"},
+        {TftpWith("allowed_clients = [\"10.77.0.300\"]\n"),
+         "site.toml:2:20: tftp.allowed_clients[0]: \"10.77.0.300\" is not an IPv4 address"},
+        {TftpWith("allowed_clients = [{ first = \"10.77.0.1\", last = \"x\" }]\n"),
+         "tftp.allowed_clients[0].last: \"x\" is not an IPv4 address"},
+        {TftpWith("allowed_clients = [{ first = \"10.77.0.1\" }]\n"),
+         "site.toml:2:20: tftp.allowed_clients[0]: a range needs both first and last"},
+        {TftpWith("allowed_clients = [{ first = \"10.77.0.9\", last = \"10.77.0.1\" }]\n"),
+         "tftp.allowed_clients[0]: first 10.77.0.9 is above last 10.77.0.1"},
+        {TftpWith("allowed_clients = [7]\n"), "tftp.allowed_clients[0]: expected an address string"},
+        {"[tftp]\n[[tftp.home]]\npath = \"missing\"\n",
+         "site.toml:3:8: tftp.home[0].path: directory \"" + (root / "missing").string() + "\" does not exist"},
+        {"[tftp]\n[[tftp.home]]\nalias = \"/x\"\n",
+         "site.toml:2:1: tftp.home[0].path: missing: give the local directory of this home"},
+        {"[tftp]\n[[tftp.home]]\nalias = \"logs\"\npath = \"logs\"\n",
+         "site.toml:3:9: tftp.home[0].alias: \"logs\" must begin with \"/\""},
+        {"[tftp]\n[[tftp.home]]\nalias = \"/logs\"\npath = \"logs\"\n", "tftp.home: no home with alias \"/\""},
+        {"[tftp]\nread = true\n", "site.toml:1:1: tftp.home: no home directory"},
+        {"[bootp]\nboot_server = \"10.77.0\"\n", "site.toml:2:15: bootp.boot_server: \"10.77.0\" is not an IPv4 address"},
+        {"[bootp]\nport = 0\n", "bootp.port: 0 is out of range: give an integer from 1 to 65535"},
+        {"[bootp]\nboot_file = \"" + std::string(128, 'f') + "\"\n",
+         "bootp.boot_file: 128 bytes long; the reply's file field holds at most 127"},
+        {"[bootp]\n[[bootp.hosts]]\nmac = \"00:11:22:33:44\"\nip = \"10.77.0.10\"\n",
+         "site.toml:3:7: bootp.hosts[0].mac: \"00:11:22:33:44\" is not a hardware address"},
+        {"[bootp]\n[[bootp.hosts]]\nmac = \"001122334455\"\n", "site.toml:2:1: bootp.hosts[0].ip: missing"},
+        {"[bootp]\n[[bootp.hosts]]\nmac = \"00:11:22:33:44:55\"\nip = \"10.77.0.10\"\n"
+         "[[bootp.hosts]]\nmac = \"00-11-22-33-44-55\"\nip = \"10.77.0.11\"\n",
+         "site.toml:6:7: bootp.hosts[1].mac: 00:11:22:33:44:55 is listed already on line 3"},
+        {"[bootp]\nhosts = [{ mac = \"00:11:22:33:44:55\", ip = \"10.77.0.10\", name = \"plc\" }]\n",
+         "bootp.hosts[0].name: unknown key"},
+        {minimalTftp + "[bootp]\nport = 69\n", "site.toml:5:8: bootp.port: port 69 is the TFTP server's port"},
+        {"[logging]\nlevel = \"loud\"\n", "site.toml:2:9: logging.level: unknown level \"loud\""},
+        {minimalTftp + "[logging]\nfile = \"nowhere/x.log\"\n", "logging.file: directory \""},
+        {"[tftp]\nenabled = false\n", "site.toml: nothing to run"},
+        {"[tftp\n", "site.toml:1:6: "},
+        {"a = 1\na = 2\n", "site.toml:2:"},
+    };
+    for (const Case& item : cases)
+    {
+        const std::string message = ErrorOf(item.text);
+        EXPECT_NE(message.find(item.expected), std::string::npos) << "config:\n" << item.text << "\nmessage: " << message;
+        EXPECT_EQ(message.find('\n'), std::string::npos) << message;
+    }
+}
+
+TEST_F(ConfigLoaderTest, AllowedClientRangesThatDoNotHoldWhatTheySeemAreWarnedAbout)
+{
+    // The server compares the address value as held in network byte order: deliberate, kept as is.
+    const Config config = Load(TftpWith(R"(allowed_clients = [
+  "10.77.0.5",
+  { first = "10.0.0.1", last = "10.0.0.20" },
+  { first = "10.0.0.200", last = "10.0.1.1" },
+  { first = "0.0.0.0", last = "255.255.255.255" },
+]
+)"));
+    ASSERT_EQ(config.Warnings.size(), 2U) << WarningsOf(config);
+    EXPECT_NE(config.Warnings[0].find("site.toml:4:3: tftp.allowed_clients[1]: the range 10.0.0.1 .. 10.0.0.20 does "
+                                      "not hold what it seems"),
+              std::string::npos)
+        << config.Warnings[0];
+    // 10.0.1.1 is held as a value between those of 10.0.0.1 and 10.0.0.20.
+    EXPECT_NE(config.Warnings[0].find("admits 10.0.1.1"), std::string::npos) << config.Warnings[0];
+    EXPECT_NE(config.Warnings[1].find("tftp.allowed_clients[2]: the range 10.0.0.200 .. 10.0.1.1 admits no client"),
+              std::string::npos)
+        << config.Warnings[1];
+}
+
+TEST_F(ConfigLoaderTest, AcceptedButLikelyUnmeantSettingsAreWarnedAbout)
+{
+    const Config config = Load(R"([tftp]
+overwrite = true
+[[tftp.home]]
+path = "boot"
+[[tftp.home]]
+alias = "/log"
+path = "logs"
+[[tftp.home]]
+alias = "/logs"
+path = "logs"
+
+[bootp]
+bind = false
+broadcast = false
+)");
+    const std::string warnings = WarningsOf(config);
+    EXPECT_NE(warnings.find("site.toml:2:13: tftp.overwrite: has no effect while write is off"), std::string::npos)
+        << warnings;
+    EXPECT_NE(warnings.find("site.toml:9:9: tftp.home[2].alias: \"/logs\" is never reached: the earlier alias "
+                            "\"/log\""),
+              std::string::npos)
+        << warnings;
+    EXPECT_NE(warnings.find("bootp.hosts: the table is empty"), std::string::npos) << warnings;
+    EXPECT_NE(warnings.find("site.toml:13:8: bootp.bind: false leaves the socket unbound"), std::string::npos)
+        << warnings;
+    EXPECT_NE(warnings.find("bootp.broadcast: false forbids the broadcast"), std::string::npos) << warnings;
+    EXPECT_EQ(config.Warnings.size(), 5U) << warnings;
+}
+
+TEST_F(ConfigLoaderTest, FilePathsAreTakenFromTheConfigFilesFolder)
+{
+    const fs::path file = root / "site.toml";
+    std::ofstream(file) << minimalTftp;
+    const Config config = ConfigLoader::LoadFile(file.string());
+    ASSERT_EQ(config.Tftp.HomePaths.size(), 1U);
+    EXPECT_EQ(config.Tftp.HomePaths[0].Path, (root / "boot").string());
+    EXPECT_EQ(config.SourceFile, file.string());
+
+    try
+    {
+        ConfigLoader::LoadFile((root / "absent.toml").string());
+        FAIL() << "a missing file was accepted";
+    }
+    catch (const ConfigError& error)
+    {
+        EXPECT_EQ(std::string(error.what()), (root / "absent.toml").string() + ": cannot read the config file: no such file");
+    }
+}
+
+TEST_F(ConfigLoaderTest, BuiltInDefaultCreatesAMissingFolderWithASampleFile)
+{
+    const fs::path folder = root / "new" / "tftpboot";
+    const Config config = ConfigLoader::BuiltIn(folder.string() + "/");
+    ASSERT_TRUE(fs::is_directory(folder));
+    EXPECT_TRUE(fs::is_regular_file(folder / "hello.txt"));
+    EXPECT_TRUE(config.Tftp.Enabled);
+    EXPECT_TRUE(config.Tftp.Read);
+    EXPECT_FALSE(config.Tftp.Write);
+    EXPECT_FALSE(config.Bootp.Enabled);
+    ASSERT_EQ(config.Tftp.HomePaths.size(), 1U);
+    EXPECT_EQ(config.Tftp.HomePaths[0].Alias, "/");
+    EXPECT_EQ(config.Tftp.HomePaths[0].Path, folder.string());
+
+    // An existing folder is served as it is.
+    fs::remove(folder / "hello.txt");
+    ConfigLoader::BuiltIn(folder.string());
+    EXPECT_FALSE(fs::exists(folder / "hello.txt"));
+}

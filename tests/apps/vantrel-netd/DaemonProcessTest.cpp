@@ -1,0 +1,321 @@
+// End-to-end tests of the vantrel-netd binary: TFTP and BOOTP clients, signals, exit statuses.
+#include "DaemonProcess.hpp"
+
+#include "Support/NetworkNamespace.hpp"
+
+#include <gtest/gtest.h>
+
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+using VantrelTest::DaemonProcess;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+// A world-readable scratch folder with a "boot" home holding one file.
+class DaemonProcessTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        root = fs::temp_directory_path() /
+               ("vantrel-netd-e2e-" + std::to_string(::getpid()) + "-" +
+                testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root);
+        fs::create_directories(root / "boot");
+        fs::create_directories(root / "client");
+        fs::permissions(root, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                  fs::perms::others_read | fs::perms::others_exec);
+        // Spans several 512-byte blocks and ends in a partial one.
+        content.clear();
+        for (int line = 0; line < 300; ++line)
+        {
+            content += "line " + std::to_string(line) + " of the boot image\n";
+        }
+        Write(root / "boot" / "image.bin", content);
+    }
+
+    void TearDown() override { fs::remove_all(root); }
+
+    static void Write(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+    static std::string Read(const fs::path& path)
+    {
+        std::ifstream stream(path, std::ios::binary);
+        std::ostringstream text;
+        text << stream.rdbuf();
+        return text.str();
+    }
+
+    fs::path Config(const std::string& text, const std::string& name = "netd.toml")
+    {
+        Write(root / name, text);
+        return root / name;
+    }
+
+    std::string TftpConfig(const std::string& home, bool write = false)
+    {
+        return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home +
+               "\"\n";
+    }
+
+    // Runs the tftp-hpa client in the client folder, bounded in time.
+    int Tftp(const std::string& command)
+    {
+        return VantrelTest::Shell("cd '" + (root / "client").string() + "' && timeout 20 tftp -m binary 127.0.0.1 -c " +
+                                  command + " >/dev/null 2>&1");
+    }
+
+    // Starts the daemon and waits until its servers run.
+    std::unique_ptr<DaemonProcess> StartDaemon(const std::vector<std::string>& arguments,
+                                               const std::string& ready = "TFTP server on UDP port 69")
+    {
+        auto daemon = std::make_unique<DaemonProcess>(arguments);
+        EXPECT_TRUE(daemon->WaitForError(ready)) << daemon->StandardError();
+        return daemon;
+    }
+
+    // One line, no stack trace.
+    static void ExpectOneLine(const std::string& text)
+    {
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+        EXPECT_EQ(text.find("terminate called"), std::string::npos) << text;
+    }
+
+    fs::path root;
+    std::string content;
+};
+
+} // namespace
+
+TEST_F(DaemonProcessTest, ServesDownloadsAndUploadsAndStopsWithSigterm)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path config = Config(TftpConfig("boot", true));
+    auto daemon = StartDaemon({"--config", config.string()});
+
+    Tftp("get image.bin fetched.bin");
+    EXPECT_EQ(Read(root / "client" / "fetched.bin"), content);
+
+    Write(root / "client" / "upload.txt", "uploaded by the test\n");
+    Tftp("put upload.txt stored.txt");
+    EXPECT_EQ(Read(root / "boot" / "stored.txt"), "uploaded by the test\n");
+
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(std::chrono::seconds(5)), 0) << daemon->StandardError();
+    const std::string log = daemon->StandardError();
+    EXPECT_NE(log.find("SIGTERM: stopping"), std::string::npos) << log;
+    EXPECT_EQ(log.find("ERROR"), std::string::npos) << log;
+}
+
+TEST_F(DaemonProcessTest, WithoutAConfigServesTheTftpRootReadOnlyAndStopsWithSigint)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path folder = root / "fresh";
+    auto daemon = std::make_unique<DaemonProcess>(
+        std::vector<std::string>{"--tftp-root", folder.string(), "--log-file", (root / "netd.log").string()});
+    // Logging goes to the file; wait there for the servers.
+    for (int attempt = 0; attempt < 250 && Read(root / "netd.log").find("TFTP server on") == std::string::npos;
+         ++attempt)
+    {
+        usleep(20000);
+    }
+    ASSERT_TRUE(fs::exists(folder / "hello.txt"));
+    Tftp("get hello.txt");
+    EXPECT_EQ(Read(root / "client" / "hello.txt"), Read(folder / "hello.txt"));
+
+    Write(root / "client" / "x.txt", "x");
+    Tftp("put x.txt x.txt");
+    EXPECT_FALSE(fs::exists(folder / "x.txt"));
+
+    daemon->Signal(SIGINT);
+    EXPECT_EQ(daemon->WaitForExit(std::chrono::seconds(5)), 0);
+    EXPECT_NE(Read(root / "netd.log").find("SIGINT: stopping"), std::string::npos);
+    EXPECT_EQ(daemon->StandardError(), "");
+}
+
+TEST_F(DaemonProcessTest, SighupWithAChangedConfigRestartsTheServersWithIt)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    fs::create_directories(root / "other");
+    Write(root / "other" / "second.txt", "from the second home\n");
+    const fs::path config = Config(TftpConfig("boot"));
+    auto daemon = StartDaemon({"--config", config.string()});
+
+    Config(TftpConfig("other"));
+    daemon->Signal(SIGHUP);
+    ASSERT_TRUE(daemon->WaitForError("Reload done")) << daemon->StandardError();
+    Tftp("get second.txt");
+    EXPECT_EQ(Read(root / "client" / "second.txt"), "from the second home\n");
+    Tftp("get image.bin");
+    EXPECT_FALSE(fs::exists(root / "client" / "image.bin") && Read(root / "client" / "image.bin") == content);
+
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+}
+
+TEST_F(DaemonProcessTest, SighupWithABrokenConfigIsRefusedAndTheServersGoOn)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path config = Config(TftpConfig("boot"));
+    auto daemon = StartDaemon({"--config", config.string()});
+
+    Config("[tftp]\nread = maybe\n");
+    daemon->Signal(SIGHUP);
+    ASSERT_TRUE(daemon->WaitForError("Reload refused, the running servers go on: " + config.string() + ":2:"))
+        << daemon->StandardError();
+    Tftp("get image.bin");
+    EXPECT_EQ(Read(root / "client" / "image.bin"), content);
+
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+}
+
+TEST_F(DaemonProcessTest, EveryKindOfBadConfigExits78WithOneLineNamingIt)
+{
+    struct Case
+    {
+        std::string text;
+        std::string named;
+    };
+    const Case cases[] = {
+        {"[tftp]\ncolour = 1\n", ":2:1: tftp.colour: unknown key"},
+        {"[tftp]\nread = 1\n", ":2:8: tftp.read: expected a boolean"},
+        {"[tftp]\nallowed_clients = [\"10.0.0\"]\n", ":2:20: tftp.allowed_clients[0]: \"10.0.0\" is not an IPv4"},
+        {"[tftp]\n[[tftp.home]]\npath = \"absent\"\n", ":3:8: tftp.home[0].path: directory"},
+        {"[bootp]\n[[bootp.hosts]]\nmac = \"00:11:22\"\nip = \"10.77.0.2\"\n", ":3:7: bootp.hosts[0].mac:"},
+        {"[tftp\n", ":1:6: "},
+    };
+    for (const Case& item : cases)
+    {
+        const fs::path config = Config(item.text);
+        std::string error;
+        EXPECT_EQ(DaemonProcess::Run({"--config", config.string()}, &error), 78) << item.text;
+        EXPECT_EQ(error.rfind("vantrel-netd: " + config.string() + item.named, 0), 0U) << error;
+        ExpectOneLine(error);
+    }
+    std::string error;
+    EXPECT_EQ(DaemonProcess::Run({"--config", (root / "absent.toml").string()}, &error), 78);
+    EXPECT_NE(error.find("absent.toml: cannot read the config file"), std::string::npos) << error;
+    ExpectOneLine(error);
+}
+
+TEST_F(DaemonProcessTest, BadCommandLinesExit64WithOneLine)
+{
+    const std::vector<std::vector<std::string>> cases = {
+        {"--bogus"}, {"--log-level", "loud"}, {"--check"}, {"--user", "no-such-user-here"}};
+    for (const auto& arguments : cases)
+    {
+        std::string error;
+        EXPECT_EQ(DaemonProcess::Run(arguments, &error), 64) << arguments.front();
+        EXPECT_EQ(error.rfind("vantrel-netd: ", 0), 0U) << error;
+        ExpectOneLine(error);
+    }
+}
+
+TEST_F(DaemonProcessTest, CheckPrintsWhatWouldRunWithWarningsAndExits0)
+{
+    const fs::path config = Config(TftpConfig("boot") + "[bootp]\nboot_file = \"pxelinux.0\"\n"
+                                   "[[bootp.hosts]]\nmac = \"01:02:00:00:00:00\"\nip = \"10.77.0.2\"\n"
+                                   "[[bootp.hosts]]\nmac = \"02-01-00-00-00-00\"\nip = \"10.77.0.3\"\n");
+    std::string error;
+    std::string output;
+    EXPECT_EQ(DaemonProcess::Run({"--config", config.string(), "--check"}, &error, &output), 0) << error;
+    EXPECT_NE(output.find("tftp: on"), std::string::npos) << output;
+    EXPECT_NE(output.find("home / -> " + (root / "boot").string()), std::string::npos) << output;
+    EXPECT_NE(output.find("host 02:01:00:00:00:00 -> 10.77.0.3"), std::string::npos) << output;
+    // The table's ordering deliberately loses the second of these two entries.
+    EXPECT_NE(output.find("warning: " + config.string() + ":11:7: bootp.hosts[1].mac: 02:01:00:00:00:00 cannot be "
+                          "found"),
+              std::string::npos)
+        << output;
+    EXPECT_NE(output.find("config OK"), std::string::npos);
+
+    const fs::path example = fs::path(VANTREL_SOURCE_DIRECTORY) / "examples" / "vantrel-netd.toml";
+    EXPECT_EQ(DaemonProcess::Run({"--config", example.string(), "--check"}, &error, &output), 0) << error;
+}
+
+TEST_F(DaemonProcessTest, APortInUseExits69BeforeAnyServerStarts)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const int holder = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(69);
+    ASSERT_EQ(::bind(holder, reinterpret_cast<const sockaddr*>(&local), sizeof local), 0);
+
+    std::string error;
+    EXPECT_EQ(DaemonProcess::Run({"--config", Config(TftpConfig("boot")).string()}, &error), 69);
+    EXPECT_NE(error.find("vantrel-netd: TFTP cannot bind UDP 0.0.0.0:69: the port is in use"), std::string::npos)
+        << error;
+    ExpectOneLine(error);
+    ::close(holder);
+}
+
+TEST_F(DaemonProcessTest, APrivilegedPortWithoutTheCapabilityExits77)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    std::string error;
+    EXPECT_EQ(DaemonProcess::Run({"--config", Config(TftpConfig("boot")).string()}, &error, nullptr,
+                                 {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"}),
+              77)
+        << error;
+    EXPECT_NE(error.find("vantrel-netd: TFTP cannot bind UDP 0.0.0.0:69: permission denied"), std::string::npos)
+        << error;
+    ExpectOneLine(error);
+}
+
+TEST_F(DaemonProcessTest, DropsToTheGivenUserOnceBoundAndCanStillReload)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path config = Config(TftpConfig("boot"));
+    auto daemon = StartDaemon({"--config", config.string(), "--user", "65534"}, "Running as user");
+    const std::string status = Read("/proc/" + std::to_string(daemon->GetPid()) + "/status");
+    EXPECT_NE(status.find("\nUid:\t65534\t65534\t65534\t65534\n"), std::string::npos) << status;
+    EXPECT_NE(status.find("\nGid:\t65534\t65534\t65534\t65534\n"), std::string::npos) << status;
+
+    // The reload binds port 69 again as the unprivileged user.
+    daemon->Signal(SIGHUP);
+    ASSERT_TRUE(daemon->WaitForError("Reload done")) << daemon->StandardError();
+    Tftp("get image.bin");
+    EXPECT_EQ(Read(root / "client" / "image.bin"), content);
+
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0) << daemon->StandardError();
+}
+
+TEST_F(DaemonProcessTest, ABootpClientAcrossAVethPairGetsItsAddress)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const std::string peer = "vnetd-" + std::to_string(::getpid());
+    ASSERT_EQ(VantrelTest::Shell("ip netns add " + peer), 0);
+    const int linked = VantrelTest::Shell(
+        "ip link add vnetd0 type veth peer name vnetd1 netns " + peer +
+        " && ip addr add 10.77.41.1/24 dev vnetd0 && ip link set vnetd0 up"
+        " && ip route add 255.255.255.255/32 dev vnetd0"
+        " && ip -n " + peer + " link set lo up && ip -n " + peer + " link set vnetd1 address 02:77:41:00:00:32"
+        " && ip -n " + peer + " link set vnetd1 up && ip -n " + peer + " route add 255.255.255.255/32 dev vnetd1");
+    if (linked == 0)
+    {
+        const fs::path config = Config("[bootp]\nboot_server = \"10.77.41.1\"\nboot_file = \"pxelinux.0\"\n"
+                                       "[[bootp.hosts]]\nmac = \"02-77-41-00-00-32\"\nip = \"10.77.41.50\"\n");
+        auto daemon = StartDaemon({"--config", config.string()}, "BOOTP server on 0.0.0.0:67");
+        const std::string reply = VantrelTest::ShellOutput("ip netns exec " + peer +
+                                                           " timeout 30 bootpc --dev vnetd1 --returniffail --timeoutwait 10 2>&1");
+        EXPECT_NE(reply.find("IPADDR='10.77.41.50'"), std::string::npos) << reply << daemon->StandardError();
+        EXPECT_NE(reply.find("pxelinux.0"), std::string::npos) << reply;
+        EXPECT_TRUE(daemon->WaitForError("Assign 10.77.41.50 to 02:77:41:00:00:32")) << daemon->StandardError();
+        daemon->Signal(SIGTERM);
+        EXPECT_EQ(daemon->WaitForExit(), 0);
+    }
+    VantrelTest::Shell("ip netns del " + peer);
+    ASSERT_EQ(linked, 0) << "could not set up the veth pair";
+}

@@ -1,0 +1,111 @@
+// Installs the build into a private prefix, then builds and runs the consumer example and the
+// installed daemon from there.
+#include "Support/NetworkNamespace.hpp"
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace fs = std::filesystem;
+using VantrelTest::Shell;
+
+namespace
+{
+
+std::string Read(const fs::path& path)
+{
+    std::ifstream stream(path, std::ios::binary);
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return text.str();
+}
+
+class InstalledPackageTest : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        root = fs::temp_directory_path() / ("vantrel-install-" + std::to_string(::getpid()));
+        fs::remove_all(root);
+        fs::create_directories(root / "served");
+        fs::create_directories(root / "client");
+        std::ofstream(root / "served" / "boot.txt") << "served by the installed library\n";
+    }
+
+    void TearDown() override { fs::remove_all(root); }
+
+    int Run(const std::string& command) { return Shell(command + " >>'" + (root / "commands.log").string() + "' 2>&1"); }
+    std::string CommandLog() const { return Read(root / "commands.log"); }
+
+    fs::path root;
+};
+
+} // namespace
+
+TEST_F(InstalledPackageTest, TheConsumerExampleBuildsAgainstTheInstalledPackageAndServesAFile)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path prefix = root / "prefix";
+    ASSERT_EQ(Run("cmake --install '" VANTREL_BINARY_DIRECTORY "' --prefix '" + prefix.string() + "'"), 0)
+        << CommandLog();
+    EXPECT_TRUE(fs::exists(prefix / "lib" / "cmake" / "VantrelBaseNet" / "VantrelBaseNetConfig.cmake"));
+    EXPECT_TRUE(fs::exists(prefix / "include" / "VantrelBase" / "Net" / "NetExport.hpp"));
+    EXPECT_TRUE(fs::exists(prefix / "include" / "VantrelBase" / "Net" / "Tftp" / "TftpServer.hpp"));
+
+    const fs::path build = root / "consumer-build";
+    ASSERT_EQ(Run("cmake -S '" VANTREL_SOURCE_DIRECTORY "/examples/consumer' -B '" + build.string() +
+                  "' -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_COMPILER='" VANTREL_CXX_COMPILER
+                  "' -DCMAKE_CXX_FLAGS='" VANTREL_CONSUMER_CXX_FLAGS "' -DCMAKE_PREFIX_PATH='" +
+                  prefix.string() + "'"),
+              0)
+        << CommandLog();
+    ASSERT_EQ(Run("cmake --build '" + build.string() + "'"), 0) << CommandLog();
+
+    // The consumer serves for a few seconds; fetch the file meanwhile, with bounded attempts.
+    const std::string consumer = (build / "tftp-serve-folder").string() + " '" + (root / "served").string() + "' 4";
+    ASSERT_EQ(Shell(consumer + " >'" + (root / "consumer.log").string() + "' 2>&1 &"), 0);
+    for (int attempt = 0; attempt < 10 && !fs::exists(root / "client" / "boot.txt"); ++attempt)
+    {
+        Shell("cd '" + (root / "client").string() + "' && timeout 3 tftp -m binary 127.0.0.1 -c get boot.txt "
+              ">/dev/null 2>&1 || rm -f boot.txt");
+        if (!fs::exists(root / "client" / "boot.txt"))
+        {
+            usleep(200000);
+        }
+    }
+    EXPECT_EQ(Read(root / "client" / "boot.txt"), "served by the installed library\n");
+    for (int attempt = 0; attempt < 100 && Read(root / "consumer.log").find("stopped") == std::string::npos; ++attempt)
+    {
+        usleep(100000);
+    }
+    EXPECT_NE(Read(root / "consumer.log").find("stopped"), std::string::npos) << Read(root / "consumer.log");
+
+    // The installed daemon loads the library from the install layout beside it.
+    const std::string daemon = (prefix / "bin" / "vantrel-netd").string();
+    ASSERT_EQ(Run("PKG_CONFIG_PATH='" + (prefix / "lib" / "pkgconfig").string() +
+                  "' pkg-config --exists --print-errors VantrelBaseNet"),
+              0)
+        << CommandLog();
+    std::ofstream(root / "netd.toml") << "[tftp]\n[[tftp.home]]\npath = \"served\"\n";
+    ASSERT_EQ(Shell(daemon + " --config '" + (root / "netd.toml").string() + "' >'" + (root / "daemon.log").string() +
+                    "' 2>&1 & echo $! >'" + (root / "daemon.pid").string() + "'"),
+              0);
+    for (int attempt = 0; attempt < 100 && Read(root / "daemon.log").find("TFTP server on") == std::string::npos;
+         ++attempt)
+    {
+        usleep(50000);
+    }
+    EXPECT_NE(Read(root / "daemon.log").find("hosting " + (prefix / "bin").string() + "/../lib/libVantrelBase.Net.so"),
+              std::string::npos)
+        << Read(root / "daemon.log");
+    Shell("kill -TERM $(cat '" + (root / "daemon.pid").string() + "')");
+    for (int attempt = 0; attempt < 100 && Read(root / "daemon.log").find("Stopped") == std::string::npos; ++attempt)
+    {
+        usleep(50000);
+    }
+    EXPECT_NE(Read(root / "daemon.log").find("Stopped"), std::string::npos) << Read(root / "daemon.log");
+}
