@@ -1,7 +1,6 @@
 // Tests of ICMP echo and the name-service helpers, inside the test's own network namespace.
 #include "VantrelBase/Net/Icmp/Ping.hpp"
 
-#include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
 #include "Support/ProcessStatus.hpp"
@@ -20,7 +19,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <memory>
 #include <regex>
 #include <sstream>
@@ -30,11 +28,10 @@
 namespace
 {
 
-using Qib::System::Commons::Diagnostics::Logging::Log;
-using Qib::System::Commons::Diagnostics::Logging::LogAdapter;
 using VantrelBase::Net::Icmp::dns_lookup;
 using VantrelBase::Net::Icmp::Ping;
 using VantrelBase::Net::Icmp::reverse_dns_lookup;
+using VantrelTest::LogCapture;
 
 using CText = std::unique_ptr<char, decltype(&std::free)>;
 
@@ -42,38 +39,9 @@ const char* const UnresolvableHost = "no-such-host.invalid";
 const std::string ResolvingLine = "### Resolving DNS...";
 const std::string ResolveFailedLine = "DNS resolution failed for host: %s";
 const std::string ReverseFailedLine = "Could not resolve reverse lookup of hostname\n";
-const std::string SummaryStart = " packets sent, ";
+const std::string FullReply = "1 packets sent, 1 packets received, 0 percent packet loss.";
 
-// A counter of the namespace's ICMP statistics ("OutEchos", ...), from the header and value lines.
-long IcmpCounter(const std::string& name)
-{
-    std::ifstream snmp("/proc/net/snmp");
-    std::string header;
-    std::string values;
-    std::string line;
-    while (std::getline(snmp, line))
-    {
-        if (line.rfind("Icmp: ", 0) == 0)
-        {
-            (header.empty() ? header : values) = line;
-        }
-    }
-    std::istringstream names(header);
-    std::istringstream numbers(values);
-    std::string field;
-    std::string number;
-    while (names >> field && numbers >> number)
-    {
-        if (field == name)
-        {
-            return std::stol(number);
-        }
-    }
-    ADD_FAILURE() << "no ICMP counter " << name;
-    return -1;
-}
-
-// Sees every ICMP datagram the namespace delivers locally, as a second, independent raw socket.
+// Sees every ICMP echo request the namespace delivers locally, as a second, independent raw socket.
 class IcmpCapture
 {
 public:
@@ -90,7 +58,7 @@ public:
 
     bool IsOpen() const { return descriptor >= 0; }
 
-    /// The ICMP echo requests (IPv4 header included) that arrived so far.
+    /// The echo requests (IPv4 header included) that arrived so far.
     std::vector<std::vector<unsigned char>> EchoRequests()
     {
         std::vector<std::vector<unsigned char>> requests;
@@ -109,19 +77,6 @@ public:
 
 private:
     int descriptor;
-};
-
-// Empties the root log adapter for the lifetime of the object.
-class WithoutRootLogAdapter
-{
-public:
-    WithoutRootLogAdapter() : saved(Log::rootLogAdapterPtr) { Log::rootLogAdapterPtr.reset(); }
-    ~WithoutRootLogAdapter() { Log::rootLogAdapterPtr = saved; }
-    WithoutRootLogAdapter(const WithoutRootLogAdapter&) = delete;
-    WithoutRootLogAdapter& operator=(const WithoutRootLogAdapter&) = delete;
-
-private:
-    std::shared_ptr<LogAdapter> saved;
 };
 
 // Takes CAP_NET_RAW out of the calling thread's effective set and puts it back when destroyed.
@@ -159,21 +114,22 @@ private:
     bool dropped = false;
 };
 
-std::vector<std::string> SummaryLines(const VantrelTest::LogCapture& capture)
+// The summary lines written so far.
+std::vector<std::string> SummaryLines(const LogCapture& capture)
 {
     std::vector<std::string> lines;
-    for (const auto& record : capture.Records())
+    for (const std::string& message : capture.Messages())
     {
-        if (record.Message.find(SummaryStart) != std::string::npos)
+        if (message.find(" packets sent, ") != std::string::npos)
         {
-            lines.push_back(record.Message);
+            lines.push_back(message);
         }
     }
     return lines;
 }
 
-// Checks the summary's text and returns its total time in milliseconds.
-double ExpectSummary(const VantrelTest::LogCapture& capture, const std::string& counts)
+// Checks there is exactly one summary with these counts and returns its total time in milliseconds.
+double ExpectSummary(const LogCapture& capture, const std::string& counts)
 {
     const std::vector<std::string> lines = SummaryLines(capture);
     EXPECT_EQ(lines.size(), 1U);
@@ -186,11 +142,6 @@ double ExpectSummary(const VantrelTest::LogCapture& capture, const std::string& 
     std::smatch match;
     EXPECT_TRUE(std::regex_match(lines[0], match, summary)) << lines[0];
     return match.empty() ? -1.0 : std::stod(match[1].str());
-}
-
-std::uint16_t OurIdentifier()
-{
-    return static_cast<std::uint16_t>(::getpid() & 0xFFFF);
 }
 
 // Runs in a death-test child: a count of 0 must never return.
@@ -207,7 +158,7 @@ void SendNothingWithoutCoreDump()
 TEST(DnsLookupTest, ResolvesLoopbackNamesToDottedText)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    VantrelTest::LogCapture capture;
+    LogCapture capture;
     for (const char* host : {"localhost", "127.0.0.1"})
     {
         sockaddr_in address{};
@@ -224,10 +175,10 @@ TEST(DnsLookupTest, ResolvesLoopbackNamesToDottedText)
     EXPECT_FALSE(capture.Contains(ResolveFailedLine));
 }
 
-TEST(DnsLookupTest, UnresolvableNameLogsTheLiteralPercentS)
+TEST(DnsLookupTest, UnresolvableOrNullLogsTheLiteralPercentS)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    VantrelTest::LogCapture capture;
+    LogCapture capture;
     sockaddr_in address{};
     address.sin_port = htons(4242);
 
@@ -243,67 +194,34 @@ TEST(DnsLookupTest, UnresolvableNameLogsTheLiteralPercentS)
     {
         EXPECT_EQ(message.find(UnresolvableHost), std::string::npos) << message;
     }
-}
-
-TEST(DnsLookupTest, NullArgumentsFailLikeAnUnknownName)
-{
-    VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    VantrelTest::LogCapture capture;
-    sockaddr_in address{};
     EXPECT_EQ(dns_lookup(nullptr, &address), nullptr);
     EXPECT_EQ(dns_lookup("localhost", nullptr), nullptr);
-    EXPECT_EQ(capture.Count(ResolveFailedLine), 2U);
-    EXPECT_EQ(reverse_dns_lookup(nullptr), nullptr);
-    EXPECT_TRUE(capture.Contains(ReverseFailedLine, 6));
+    EXPECT_EQ(capture.Count(ResolveFailedLine), 3U);
 }
 
-TEST(DnsLookupTest, LevelAndMissingRootAdapterSilenceTheLines)
-{
-    VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    {
-        VantrelTest::LogCapture capture(5);
-        sockaddr_in address{};
-        EXPECT_EQ(dns_lookup(UnresolvableHost, &address), nullptr);
-        EXPECT_EQ(capture.Messages(), std::vector<std::string>{ResolveFailedLine});
-    }
-    VantrelTest::LogCapture capture;
-    WithoutRootLogAdapter silent;
-    sockaddr_in address{};
-    const CText text(dns_lookup("localhost", &address), &std::free);
-    EXPECT_STREQ(text.get(), "127.0.0.1");
-    EXPECT_EQ(dns_lookup(UnresolvableHost, &address), nullptr);
-    EXPECT_EQ(reverse_dns_lookup("127.0.0.2"), nullptr);
-    EXPECT_TRUE(capture.Records().empty());
-}
-
-TEST(ReverseDnsLookupTest, LoopbackAddressGivesTheHostsFileName)
+TEST(ReverseDnsLookupTest, NamedAddressGivesItsNameAndOthersAreNullAndLogged)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     std::istringstream entry(VantrelTest::ShellOutput("getent hosts 127.0.0.1"));
     std::string address;
     std::string expected;
     entry >> address >> expected;
-    if (expected.empty())
+    LogCapture capture;
+    if (!expected.empty())
     {
-        GTEST_SKIP() << "127.0.0.1 has no name on this machine";
+        const CText name(reverse_dns_lookup("127.0.0.1"), &std::free);
+        ASSERT_NE(name, nullptr);
+        EXPECT_EQ(std::string(name.get()), expected);
+        EXPECT_FALSE(capture.Contains(ReverseFailedLine));
     }
-    VantrelTest::LogCapture capture;
-    const CText name(reverse_dns_lookup("127.0.0.1"), &std::free);
-    ASSERT_NE(name, nullptr);
-    EXPECT_EQ(std::string(name.get()), expected);
-    EXPECT_FALSE(capture.Contains(ReverseFailedLine));
-}
-
-TEST(ReverseDnsLookupTest, AddressWithoutNameIsNullAndLogged)
-{
-    VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    if (!VantrelTest::ShellOutput("getent hosts 127.0.0.2").empty())
+    EXPECT_EQ(reverse_dns_lookup(nullptr), nullptr);
+    std::size_t failures = 1;
+    if (VantrelTest::ShellOutput("getent hosts 127.0.0.2").empty())
     {
-        GTEST_SKIP() << "127.0.0.2 has a name on this machine";
+        EXPECT_EQ(reverse_dns_lookup("127.0.0.2"), nullptr);
+        ++failures;
     }
-    VantrelTest::LogCapture capture;
-    EXPECT_EQ(reverse_dns_lookup("127.0.0.2"), nullptr);
-    EXPECT_EQ(capture.Count(ReverseFailedLine), 1U);
+    EXPECT_EQ(capture.Count(ReverseFailedLine), failures);
     EXPECT_TRUE(capture.Contains(ReverseFailedLine, 6));
 }
 
@@ -312,21 +230,16 @@ TEST(PingTest, CountOneSendsOneWellFormedRequestAndCountsTheReply)
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     IcmpCapture wire;
     ASSERT_TRUE(wire.IsOpen());
-    const long echosBefore = IcmpCounter("OutEchos");
     const std::size_t descriptorsBefore = VantrelTest::CountOpenDescriptors();
-    VantrelTest::LogCapture capture;
+    LogCapture capture;
 
     const Ping::Result result = Ping::Send("127.0.0.1", 12345, 1);
 
     EXPECT_EQ(result.value, 0);
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(IcmpCounter("OutEchos") - echosBefore, 1);
     EXPECT_EQ(VantrelTest::CountOpenDescriptors(), descriptorsBefore) << "the raw socket is closed";
     // The request itself comes back first on loopback and passes the acceptance test.
-    const double milliseconds =
-        ExpectSummary(capture, "1 packets sent, 1 packets received, 0 percent packet loss.");
-    EXPECT_GE(milliseconds, 1000.0) << "the run includes the 1 s pause before sending";
-    EXPECT_LT(capture.IndexOf(ResolvingLine), capture.IndexOf(SummaryLines(capture).at(0)));
+    EXPECT_GE(ExpectSummary(capture, FullReply), 1000.0) << "the run includes the 1 s pause before sending";
 
     const auto requests = wire.EchoRequests();
     ASSERT_EQ(requests.size(), 1U);
@@ -341,7 +254,7 @@ TEST(PingTest, CountOneSendsOneWellFormedRequestAndCountsTheReply)
     std::uint16_t sequence = 0xFFFF;
     std::memcpy(&identifier, icmp + 4, 2);
     std::memcpy(&sequence, icmp + 6, 2);
-    EXPECT_EQ(identifier, OurIdentifier()) << "host byte order";
+    EXPECT_EQ(identifier, static_cast<std::uint16_t>(::getpid() & 0xFFFF)) << "host byte order";
     EXPECT_EQ(sequence, 0);
     for (std::size_t i = 0; i < 55; ++i)
     {
@@ -355,23 +268,21 @@ TEST(PingTest, CountFiftySixStillSendsOneRequest)
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     IcmpCapture wire;
     ASSERT_TRUE(wire.IsOpen());
-    const long echosBefore = IcmpCounter("OutEchos");
-    VantrelTest::LogCapture capture;
+    LogCapture capture;
 
     // Deliberate: any count up to 56 sends exactly one request.
     const Ping::Result result = Ping::Send("localhost", 0, 56);
 
     EXPECT_EQ(result.value, 0);
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(IcmpCounter("OutEchos") - echosBefore, 1);
     EXPECT_EQ(wire.EchoRequests().size(), 1U);
-    ExpectSummary(capture, "1 packets sent, 1 packets received, 0 percent packet loss.");
+    ExpectSummary(capture, FullReply);
 }
 
 TEST(PingTest, UnreachableTargetReportsFullLoss)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    VantrelTest::LogCapture capture;
+    LogCapture capture;
     // The namespace has loopback only, so the request cannot leave: the send fails and nothing counts.
     const Ping::Result result = Ping::Send("10.77.0.1", 0, 1);
 
@@ -383,8 +294,9 @@ TEST(PingTest, UnreachableTargetReportsFullLoss)
 TEST(PingTest, UnresolvableHostIsStatus11018WithoutSending)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    const long echosBefore = IcmpCounter("OutEchos");
-    VantrelTest::LogCapture capture;
+    IcmpCapture wire;
+    ASSERT_TRUE(wire.IsOpen());
+    LogCapture capture;
 
     const Ping::Result result = Ping::Send(UnresolvableHost, 0, 1);
 
@@ -392,14 +304,14 @@ TEST(PingTest, UnresolvableHostIsStatus11018WithoutSending)
     EXPECT_EQ(result.status, 11018);
     EXPECT_TRUE(capture.Contains(ResolveFailedLine, 3));
     EXPECT_TRUE(SummaryLines(capture).empty());
-    EXPECT_EQ(IcmpCounter("OutEchos"), echosBefore);
+    EXPECT_TRUE(wire.EchoRequests().empty());
 }
 
 TEST(PingTest, WithoutRawSocketPrivilegeIsStatus11004)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     const std::size_t descriptorsBefore = VantrelTest::CountOpenDescriptors();
-    VantrelTest::LogCapture capture;
+    LogCapture capture;
     {
         WithoutRawSocketCapability unprivileged;
         ASSERT_TRUE(unprivileged.Dropped());
