@@ -82,25 +82,37 @@ protected:
     }
 };
 
-TEST_F(AddressResolutionTest, FindsHardwareAddressByIpInKernelTextForm)
+TEST_F(AddressResolutionTest, LookupByIpGivesTheKernelTextFormOrEmptiesTheOutput)
 {
-    std::string mac = "stale";
-    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.7", mac));
-    EXPECT_EQ(mac, "0a:bb:cc:dd:ee:ff");
-
-    mac = "stale";
-    EXPECT_TRUE(AddressResolution::TryResolveMacAddress(Ip("10.77.0.7"), mac));
-    EXPECT_EQ(mac, "0a:bb:cc:dd:ee:ff");
-
-    MacAddress parsed;
-    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.7", parsed));
-    EXPECT_EQ(parsed, MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF));
-    parsed = MacAddress();
-    EXPECT_TRUE(AddressResolution::TryResolveMacAddress(Ip("10.77.0.7"), parsed));
-    EXPECT_EQ(parsed, MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF));
+    struct Row
+    {
+        const char* ip;
+        const char* expected; // empty: a miss
+    };
+    // Deliberate: an incomplete entry matches too, with its zero address. A prefix is no match.
+    const Row rows[] = {{"10.77.0.7", "0a:bb:cc:dd:ee:ff"}, {"10.77.0.6", "00:00:00:00:00:00"},
+                        {"10.77.0.9", ""}, {"10.77.0.", ""}, {"10.99.0.1", ""}};
+    for (const Row& row : rows)
+    {
+        SCOPED_TRACE(row.ip);
+        const bool found = *row.expected != '\0';
+        std::string mac = "stale";
+        EXPECT_EQ(AddressResolution::TryResolveMacAddress(row.ip, mac), found);
+        EXPECT_EQ(mac, row.expected);
+        mac = "stale";
+        if (std::string(row.ip).back() != '.')
+        {
+            EXPECT_EQ(AddressResolution::TryResolveMacAddress(Ip(row.ip), mac), found);
+            EXPECT_EQ(mac, row.expected);
+        }
+        const MacAddress before(1, 2, 3, 4, 5, 6);
+        MacAddress parsed = before;
+        EXPECT_EQ(AddressResolution::TryResolveMacAddress(row.ip, parsed), found);
+        EXPECT_EQ(parsed, found ? MacAddress::Parse(row.expected) : before);
+    }
 }
 
-TEST_F(AddressResolutionTest, FirstLineForAnIpWins)
+TEST_F(AddressResolutionTest, FirstLineForAnIpOrAddressWins)
 {
     const auto entries = KernelEntriesFor("10.77.0.5");
     ASSERT_EQ(entries.size(), 2U);
@@ -108,39 +120,13 @@ TEST_F(AddressResolutionTest, FirstLineForAnIpWins)
     std::string mac;
     EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.5", mac));
     EXPECT_EQ(mac, entries[0]);
-}
-
-TEST_F(AddressResolutionTest, IncompleteEntryMatchesWithZeroAddress)
-{
-    // Deliberate: entries match on their address column whatever their flags.
-    std::string mac;
-    EXPECT_TRUE(AddressResolution::TryResolveMacAddress("10.77.0.6", mac));
-    EXPECT_EQ(mac, "00:00:00:00:00:00");
+    // The incomplete entry's zero address comes before any other zero address.
     std::string ip = "stale";
     EXPECT_TRUE(AddressResolution::TryResolveIpAddress(MacAddress(), ip));
     EXPECT_EQ(ip, "10.77.0.6");
 }
 
-TEST_F(AddressResolutionTest, MissByIpEmptiesTheOutput)
-{
-    std::string mac = "stale";
-    EXPECT_FALSE(AddressResolution::TryResolveMacAddress("10.77.0.9", mac));
-    EXPECT_EQ(mac, "");
-    // Equality of the whole column, not of a prefix.
-    mac = "stale";
-    EXPECT_FALSE(AddressResolution::TryResolveMacAddress("10.77.0.", mac));
-    EXPECT_EQ(mac, "");
-    mac = "stale";
-    EXPECT_FALSE(AddressResolution::TryResolveMacAddress(Ip("10.99.0.1"), mac));
-    EXPECT_EQ(mac, "");
-
-    const MacAddress before(1, 2, 3, 4, 5, 6);
-    MacAddress parsed = before;
-    EXPECT_FALSE(AddressResolution::TryResolveMacAddress("10.77.0.9", parsed));
-    EXPECT_EQ(parsed, before);
-}
-
-TEST_F(AddressResolutionTest, FindsIpByHardwareAddressInKernelTextFormOnly)
+TEST_F(AddressResolutionTest, LookupByHardwareAddressMatchesTheKernelTextFormExactly)
 {
     std::string ip;
     EXPECT_TRUE(AddressResolution::TryResolveIpAddress("0a:bb:cc:dd:ee:ff", ip));
@@ -148,33 +134,25 @@ TEST_F(AddressResolutionTest, FindsIpByHardwareAddressInKernelTextFormOnly)
     IpAddress address;
     EXPECT_TRUE(AddressResolution::TryResolveIpAddress("00:11:22:33:44:66", address));
     EXPECT_EQ(address, Ip("10.77.0.5"));
-
-    // Byte-exact comparison: upper case misses, and the output keeps its value (deliberate).
-    ip = "kept";
-    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0A:BB:CC:DD:EE:FF", ip));
-    EXPECT_EQ(ip, "kept");
-    address = Ip("192.0.2.1");
-    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0A:BB:CC:DD:EE:FF", address));
-    EXPECT_EQ(address, Ip("192.0.2.1"));
-    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0a:bb:cc:dd:ee:f", ip));
-    EXPECT_EQ(ip, "kept");
-}
-
-TEST_F(AddressResolutionTest, MacAddressOverloadsFindOnlyDigitOnlyAddresses)
-{
-    // Deliberate: they pass the upper-case text form, which matches the kernel's only without letters.
-    std::string ip;
+    // Deliberate: the MacAddress overloads pass the upper-case text form, so only digit-only
+    // addresses match the kernel's lower-case one.
+    ip.clear();
     EXPECT_TRUE(AddressResolution::TryResolveIpAddress(MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x55), ip));
     EXPECT_EQ(ip, "10.77.0.5");
-    IpAddress address;
+    address = IpAddress();
     EXPECT_TRUE(AddressResolution::TryResolveIpAddress(MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x66), address));
     EXPECT_EQ(address, Ip("10.77.0.5"));
 
+    // Upper case and partial texts miss, and the output keeps its value (deliberate).
+    const MacAddress lettered(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF);
     ip = "kept";
-    EXPECT_FALSE(AddressResolution::TryResolveIpAddress(MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF), ip));
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0A:BB:CC:DD:EE:FF", ip));
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0a:bb:cc:dd:ee:f", ip));
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress(lettered, ip));
     EXPECT_EQ(ip, "kept");
     address = Ip("192.0.2.1");
-    EXPECT_FALSE(AddressResolution::TryResolveIpAddress(MacAddress(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0xFF), address));
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress("0A:BB:CC:DD:EE:FF", address));
+    EXPECT_FALSE(AddressResolution::TryResolveIpAddress(lettered, address));
     EXPECT_EQ(address, Ip("192.0.2.1"));
 }
 
@@ -197,11 +175,7 @@ TEST_F(AddressResolutionTest, LocalAddressIsTheSourceOfTheRouteToTheRemote)
     EXPECT_EQ(local, Ip("10.77.9.3"));
     EXPECT_TRUE(AddressResolution::TryResolveLocalIpAddress(Ip("10.77.9.20"), 69, local));
     EXPECT_EQ(local, Ip("10.77.9.1"));
-}
-
-TEST_F(AddressResolutionTest, LocalAddressFailsWithPortZeroOrWithoutRoute)
-{
-    IpAddress local = Ip("10.77.9.1");
+    // Port 0 or no route: false, and the output is emptied.
     EXPECT_FALSE(AddressResolution::TryResolveLocalIpAddress(Ip("10.77.9.20"), 0, local));
     EXPECT_EQ(local, IpAddress());
     local = Ip("10.77.9.1");
@@ -209,16 +183,13 @@ TEST_F(AddressResolutionTest, LocalAddressFailsWithPortZeroOrWithoutRoute)
     EXPECT_EQ(local, IpAddress());
 }
 
-TEST(AddressResolutionTableTest, MissingTableGivesFalse)
+TEST(AddressResolutionTableTest, MissingTableOrHeaderAndShortLinesGiveNoMatch)
 {
     std::string answer = "kept";
     EXPECT_FALSE(TableFileLookup::TryFindMacAddress("/nonexistent/arp", "10.0.0.1", answer));
     EXPECT_FALSE(TableFileLookup::TryFindIpAddress("/nonexistent/arp", "00:11:22:33:44:55", answer));
     EXPECT_EQ(answer, "kept");
-}
 
-TEST(AddressResolutionTableTest, FirstLineIsTakenAsHeaderAndShortLinesAreSkipped)
-{
     char path[] = "/tmp/vantrel-arp-XXXXXX";
     const int descriptor = ::mkstemp(path);
     ASSERT_GE(descriptor, 0);
@@ -229,7 +200,7 @@ TEST(AddressResolutionTableTest, FirstLineIsTakenAsHeaderAndShortLinesAreSkipped
               << "10.0.0.2 0x1\n"
               << "10.0.0.1 0x1 0x2 bb:bb:bb:bb:bb:bb * eth0\n";
     }
-    std::string answer;
+    // The first line is taken as the header; short lines are skipped.
     EXPECT_TRUE(TableFileLookup::TryFindMacAddress(path, "10.0.0.1", answer));
     EXPECT_EQ(answer, "bb:bb:bb:bb:bb:bb");
     answer = "kept";
