@@ -33,8 +33,9 @@ namespace
 class TestServer : public ServerBase
 {
 public:
-    explicit TestServer(const std::string& name = "TestServer", unsigned long poolThreads = 1)
-        : ServerBase(name, poolThreads, 0, 0, 0)
+    explicit TestServer(const std::string& name = "TestServer", unsigned long poolThreads = 1,
+                        unsigned long poolReserved = 0)
+        : ServerBase(name, poolThreads, 0, poolReserved, 0)
     {
     }
     ~TestServer() override { Stop(); }
@@ -97,19 +98,8 @@ TEST(ServerBaseTest, ConstructionStartsNothingAndForwardsThePoolValues)
     EXPECT_EQ(server.RunOnPool(), 11);
     EXPECT_EQ(server.startUps.load(), 0);
     EXPECT_TRUE(capture.Records().empty());
-}
-
-TEST(ServerBaseTest, PoolRefusalPassesToTheCreator)
-{
-    class ReservedServer : public ServerBase
-    {
-    public:
-        ReservedServer() : ServerBase("Reserved", 1, 0, 1, 0) {}
-
-    protected:
-        void MainThreadWorker() override {}
-    };
-    EXPECT_THROW(ReservedServer(), Qib::System::Commons::ArgumentException);
+    // The pool's refusal of its values passes to the creator.
+    EXPECT_THROW(TestServer("Reserved", 1, 1), Qib::System::Commons::ArgumentException);
 }
 
 TEST(ServerBaseTest, StartRunsTheFrameAndLogsInOrder)
@@ -200,38 +190,29 @@ TEST(ServerBaseTest, StopFromInsideTheWorkerEndsTheMainThreadWithoutJoining)
     EXPECT_LT(MillisecondsSince(start), 30000) << "Stop of an ended thread joined";
 }
 
-TEST(ServerBaseTest, StopFromAnotherThreadJoinsBoundedThenTerminates)
+TEST(ServerBaseTest, StopFromAnotherThreadJoinsBoundedThenTerminatesSkippingTheEndOfTheFrame)
 {
     LogCapture capture;
     JoinLimit limit(100);
-    TestServer server;
-    server.Start();
-    ASSERT_TRUE(Eventually([&] { return server.polls >= 2; }));
-    const auto start = Clock::now();
-    server.Stop();
-    // The loop never ends by itself, so Stop waited out the whole join limit.
-    EXPECT_GE(MillisecondsSince(start), 100);
-    EXPECT_FALSE(server.IsRunning());
-    EXPECT_TRUE(capture.Contains("Attempt to stop server TestServer", 6));
-    const int pollsAtStop = server.polls;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(server.polls.load(), pollsAtStop) << "the worker is still polled after Stop";
-}
-
-TEST(ServerBaseTest, ShutDownAndStoppedCallbacksDoNotRunAtStop)
-{
-    // Deliberate: the loop flag is never raised, so termination skips the end of the frame.
-    LogCapture capture;
-    JoinLimit limit(10);
     TestServer server;
     std::atomic<int> stoppedCalls{0};
     server.stoppedCallbacks.push_back([&](IServer&) { ++stoppedCalls; });
     for (int round = 0; round < 3; ++round)
     {
         server.Start();
-        ASSERT_TRUE(Eventually([&] { return server.polls >= 1; }));
+        ASSERT_TRUE(Eventually([&] { return server.polls >= 2 * (round + 1); }));
+        const auto start = Clock::now();
         server.Stop();
+        // The loop never ends by itself, so Stop waited out the whole join limit.
+        EXPECT_GE(MillisecondsSince(start), 100);
+        EXPECT_FALSE(server.IsRunning());
     }
+    EXPECT_EQ(capture.Count("Attempt to stop server TestServer"), 3U);
+    EXPECT_TRUE(capture.Contains("Attempt to stop server TestServer", 6));
+    const int pollsAtStop = server.polls;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(server.polls.load(), pollsAtStop) << "the worker is still polled after Stop";
+    // Deliberate: the loop flag is never raised, so termination skips the end of the frame.
     EXPECT_EQ(server.startUps.load(), 3);
     EXPECT_EQ(server.shutDowns.load(), 0);
     EXPECT_EQ(stoppedCalls.load(), 0);
@@ -322,6 +303,11 @@ TEST(ServerBaseTest, StartedCallbacksRunInOrderOnTheMainThreadBeforeTheLoop)
             pollsSeen = server.polls;
         });
     }
+    std::atomic<int> added{0};
+    // A callback may add to its own list; the added one runs in the same pass.
+    server.startedCallbacks.push_back([&](IServer&) {
+        server.startedCallbacks.push_back([&](IServer&) { ++added; });
+    });
     server.Start();
     ASSERT_TRUE(capture.WaitFor("Start main thread work"));
     server.Stop();
@@ -334,20 +320,6 @@ TEST(ServerBaseTest, StartedCallbacksRunInOrderOnTheMainThreadBeforeTheLoop)
     EXPECT_EQ(arguments[1], static_cast<IServer*>(&server));
     EXPECT_EQ(startUpsSeen, 1);
     EXPECT_EQ(pollsSeen, 0);
-}
-
-TEST(ServerBaseTest, CallbackMayAddToItsOwnList)
-{
-    LogCapture capture;
-    JoinLimit limit(10);
-    TestServer server;
-    std::atomic<int> added{0};
-    server.startedCallbacks.push_back([&](IServer&) {
-        server.startedCallbacks.push_back([&](IServer&) { ++added; });
-    });
-    server.Start();
-    ASSERT_TRUE(capture.WaitFor("Start main thread work"));
-    server.Stop();
     EXPECT_EQ(added.load(), 1);
 }
 
