@@ -88,17 +88,12 @@ TEST(NetComponentTest, ConstructionTakesItsValuesFromTheHostAndTheLibrary)
     EXPECT_EQ(component.GetFullName(), String("App/Net1"));
 }
 
-TEST(NetComponentTest, InitializeWithoutApplicationDomainThrowsNamingIt)
+TEST(NetComponentTest, InitializeNamesWhatIsMissingAndRegistersWithFlagTrueOnceAProxyExists)
 {
     ComponentFixture fixture;
     Qib::AppDomain::DisposeInstance();
     EXPECT_EQ(ErrorOf([&] { fixture.component->Initialize(); }),
               "Singleton instance of type 'Qib.AppDomain' was not created yet!");
-}
-
-TEST(NetComponentTest, InitializeRegistersWithFlagTrueOnlyOnceAProxyExists)
-{
-    ComponentFixture fixture;
     VantrelTest::AppDomainInstance appDomain;
     EXPECT_EQ(ErrorOf([&] { fixture.component->Initialize(); }),
               "AppDomain Singleton instance of type 'Qib.Plc.Commons.Domain.PlcDomainProxy' was not created yet!");
@@ -113,7 +108,7 @@ TEST(NetComponentTest, InitializeRegistersWithFlagTrueOnlyOnceAProxyExists)
     EXPECT_TRUE(registered[0].Flag);
 }
 
-TEST(NetComponentTest, EveryOtherHookChangesNothingAndNeverThrows)
+TEST(NetComponentTest, OnlySetupSettingsAndDisposeChangeAnythingAndNoHookThrows)
 {
     ComponentFixture fixture;
     VantrelTest::AppDomainInstance appDomain;
@@ -137,12 +132,8 @@ TEST(NetComponentTest, EveryOtherHookChangesNothingAndNeverThrows)
     EXPECT_FALSE(fixture.Net().IsSettingsSetUp());
     EXPECT_FALSE(fixture.Net().IsDisposed());
     EXPECT_TRUE(capture.Records().empty()) << "the component writes no log lines of its own";
-}
 
-TEST(NetComponentTest, SetupSettingsAndDisposeForwardToTheMetaComponent)
-{
-    ComponentFixture fixture;
-    IComponent& component = *fixture.component;
+    // SetupSettings and Dispose forward to the meta component.
     component.SetupSettings();
     EXPECT_TRUE(fixture.Net().IsSettingsSetUp());
     component.Dispose();

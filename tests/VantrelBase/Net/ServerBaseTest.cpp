@@ -238,7 +238,7 @@ TEST(ServerBaseTest, WorkerExceptionEndsTheThreadAndALaterStopIsPrompt)
     EXPECT_TRUE(capture.Contains("Attempt to stop server TestServer"));
 }
 
-TEST(ServerBaseTest, StartUpExceptionSkipsTheRestOfTheFrame)
+TEST(ServerBaseTest, FailureBeforeTheLoopEndsTheThreadAndSkipsTheRestOfTheFrame)
 {
     class FailingStart : public TestServer
     {
@@ -247,33 +247,23 @@ TEST(ServerBaseTest, StartUpExceptionSkipsTheRestOfTheFrame)
     };
     LogCapture capture;
     JoinLimit limit(10);
-    FailingStart server;
-    std::atomic<int> startedCalls{0};
-    server.startedCallbacks.push_back([&](IServer&) { ++startedCalls; });
-    server.Start();
-    ASSERT_TRUE(Eventually([&] { return !server.IsRunning(); }));
-    EXPECT_TRUE(capture.WaitFor("Main thread spawned"));
-    EXPECT_TRUE(Eventually([&] { return AnyMessageContains(capture, "no start-up", 3); }));
-    EXPECT_EQ(startedCalls.load(), 0);
-    EXPECT_EQ(server.polls.load(), 0);
-}
-
-TEST(ServerBaseTest, EmptyStartedCallbackEndsTheThreadWithBadFunctionCall)
-{
-    LogCapture capture;
-    JoinLimit limit(10);
-    TestServer server;
+    FailingStart failingStart;
+    TestServer emptyCallback;
     std::atomic<int> before{0};
     std::atomic<int> after{0};
-    server.startedCallbacks.push_back([&](IServer&) { ++before; });
-    server.startedCallbacks.push_back(nullptr);
-    server.startedCallbacks.push_back([&](IServer&) { ++after; });
-    server.Start();
-    ASSERT_TRUE(Eventually([&] { return !server.IsRunning(); }));
+    failingStart.startedCallbacks.push_back([&](IServer&) { ++after; });
+    emptyCallback.startedCallbacks.push_back([&](IServer&) { ++before; });
+    emptyCallback.startedCallbacks.push_back(nullptr);
+    emptyCallback.startedCallbacks.push_back([&](IServer&) { ++after; });
+    failingStart.Start();
+    emptyCallback.Start();
+    ASSERT_TRUE(Eventually([&] { return !failingStart.IsRunning() && !emptyCallback.IsRunning(); }));
+    EXPECT_TRUE(Eventually([&] { return AnyMessageContains(capture, "no start-up", 3); }));
     EXPECT_TRUE(Eventually([&] { return AnyMessageContains(capture, "bad_function_call", 3); }));
+    EXPECT_EQ(capture.Count("Main thread spawned"), 2U);
     EXPECT_EQ(before.load(), 1);
     EXPECT_EQ(after.load(), 0);
-    EXPECT_EQ(server.polls.load(), 0);
+    EXPECT_EQ(failingStart.polls.load() + emptyCallback.polls.load(), 0);
     EXPECT_FALSE(capture.Contains("Start main thread work"));
 }
 
