@@ -2,18 +2,14 @@
 #include "VantrelBase/Net/NetLibrary.hpp"
 
 #include "FrameTestSupport.hpp"
-#include "VantrelBase/Net/NetComponent.hpp"
 
-#include "Qib/System/Acf/Application.hpp"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
-#include <vector>
 
 using Qib::String;
-using VantrelBase::Net::NetComponent;
 using VantrelBase::Net::NetLibrary;
 
 namespace
@@ -56,20 +52,6 @@ TEST(NetLibraryTest, SecondEntryPrintsTheErrorOnceAndReturnsTheNewObject)
     EXPECT_EQ(second, static_cast<Qib::System::Acf::ILibrary*>(NetLibrary::pInstance));
     EXPECT_EQ(first->GetBuildVersion().GetMajor(), 23); // still usable
     delete first; // the library leaks it on purpose; the test frees it
-}
-
-TEST(NetLibraryTest, FactoryHoldsAndCreatesExactlyTheComponentType)
-{
-    VantrelTest::NoNetLibrary clean;
-    Qib::AppDomain domain;
-    NetLibrary::Main(domain);
-    auto& factory = NetLibrary::GetInstance().GetComponentFactory();
-    EXPECT_EQ(factory.GetComponentTypeNames(), std::vector<String>{"VantrelBase.Net.NetComponent"});
-    Qib::System::Acf::Application application("App");
-    const auto component = factory.CreateComponent(application, "VantrelBase.Net.NetComponent", "Net1");
-    ASSERT_NE(dynamic_cast<NetComponent*>(component.get()), nullptr);
-    EXPECT_EQ(component->GetFullName(), String("App/Net1"));
-    EXPECT_EQ(&component->GetLibrary(), static_cast<Qib::System::Acf::ILibrary*>(NetLibrary::pInstance));
 }
 
 TEST(NetLibraryTest, RecordHasTheNamespaceVersionAndAnEmptyTypeDomain)

@@ -68,17 +68,6 @@ TEST(RscGatewayTest, LocalAddressConnectsWithTheTlsUrlAndLogsTheLogon)
     EXPECT_FALSE(other.IsConnected());
 }
 
-TEST(RscGatewayTest, LocalhostUrlConnectsAndReplacesAnEarlierOne)
-{
-    RscGateway gateway;
-    const Url first = Url::Parse("tls://127.0.0.1:41100");
-    const Url second = Url::Parse("tls://localhost:41200/rsc");
-    EXPECT_TRUE(gateway.Connect(first));
-    EXPECT_TRUE(gateway.Connect(second, "operator", "pw"));
-    EXPECT_EQ(gateway.GetUrl(), second);
-    EXPECT_FALSE(gateway.IsRemoteConnection()) << "deliberately false for every host";
-}
-
 TEST(RscGatewayTest, OtherHostsAreRefusedWithoutChangingState)
 {
     VantrelTest::LogCapture capture;
@@ -114,7 +103,11 @@ TEST(RscGatewayTest, DisconnectAlwaysSucceedsAndEmptiesTheUrl)
     EXPECT_TRUE(gateway.Disconnect());
     EXPECT_EQ(gateway.GetUrl(), Url::Empty);
 
+    const Url localhost = Url::Parse("tls://localhost:41200/rsc");
     ASSERT_TRUE(gateway.Connect(IpAddress::Parse("127.0.0.1")));
+    EXPECT_TRUE(gateway.Connect(localhost, "operator", "pw")) << "a later local URL replaces the earlier one";
+    EXPECT_EQ(gateway.GetUrl(), localhost);
+    EXPECT_FALSE(gateway.IsRemoteConnection()) << "deliberately false for every host";
     EXPECT_TRUE(gateway.Disconnect());
     EXPECT_FALSE(gateway.IsConnected());
     EXPECT_EQ(gateway.GetUrl(), Url::Empty);
