@@ -226,7 +226,7 @@ TEST(PingTest, CountOneOrFiftySixSendsOneWellFormedRequestAndCountsTheReply)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     // Deliberate: any count up to 56 sends exactly one request.
-    for (const auto& [host, count] : {std::pair<const char*, int>{"127.0.0.1", 1}, {"localhost", 56}})
+    for (const auto& [host, count] : {std::pair<const char*, unsigned int>{"127.0.0.1", 1U}, {"localhost", 56U}})
     {
         SCOPED_TRACE(count);
         IcmpCapture wire;
