@@ -3,6 +3,7 @@
 
 #include "FrameTestSupport.hpp"
 #include "Support/LogCapture.hpp"
+#include "Support/ExceptionMessage.hpp"
 
 #include "Qib/Plc/Commons/Domain/PlcDomainProxy.hpp"
 #include "Qib/System/Acf/Application.hpp"
@@ -20,25 +21,10 @@ using Qib::System::Acf::ComponentBase;
 using Qib::System::Acf::IComponent;
 using VantrelBase::Net::NetComponent;
 using VantrelBase::Net::NetLibrary;
+using VantrelTest::ErrorOf;
 
 namespace
 {
-
-// The message of the Qib::Exception that `action` throws; fails the test when it throws none.
-template <typename Action>
-std::string ErrorOf(Action action)
-{
-    try
-    {
-        action();
-    }
-    catch (const Qib::Exception& exception)
-    {
-        return exception.GetMessage();
-    }
-    ADD_FAILURE() << "no Qib::Exception was thrown";
-    return {};
-}
 
 // A library singleton, an application and a component made by the factory function.
 struct ComponentFixture

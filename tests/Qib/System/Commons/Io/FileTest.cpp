@@ -2,6 +2,7 @@
 #include "Qib/System/Commons/Io/File.hpp"
 
 #include "System/Commons/Io/TemporaryFolder.hpp"
+#include "Support/ExceptionMessage.hpp"
 
 #include "Qib/Exception.hpp"
 #include "Qib/System/Commons/Io/Directory.hpp"
@@ -15,25 +16,10 @@
 using Qib::System::Commons::Io::Directory;
 using Qib::System::Commons::Io::File;
 using VantrelTest::TemporaryFolder;
+using VantrelTest::ErrorOf;
 
 namespace
 {
-
-// The message of the Qib::Exception that `action` throws; fails the test when it throws none.
-template <typename Action>
-std::string ErrorOf(Action action)
-{
-    try
-    {
-        action();
-    }
-    catch (const Qib::Exception& exception)
-    {
-        return exception.GetMessage();
-    }
-    ADD_FAILURE() << "no Qib::Exception was thrown";
-    return {};
-}
 
 testing::AssertionResult Names(const std::string& message, const std::string& text)
 {

@@ -43,6 +43,17 @@ struct JoinLimit
     ~JoinLimit() { Thread::SetJoinLimit(1000); }
 };
 
+// A thread body that sleeps in 1 ms steps until `release` is set.
+Thread::Body WaitFor(std::atomic<bool>& release)
+{
+    return [&release](void*) {
+        while (!release)
+        {
+            Thread::Sleep(1);
+        }
+    };
+}
+
 // Waits (bounded) until `condition` holds.
 template <typename Condition>
 bool Eventually(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(5))
@@ -92,12 +103,7 @@ TEST(ThreadTest, RunsBodyWithArgumentAndJoins)
 TEST(ThreadTest, IsRunningUntilTheBodyReturns)
 {
     std::atomic<bool> release{false};
-    Thread thread(ThreadSettings("Waiter"), [&](void*) {
-        while (!release)
-        {
-            Thread::Sleep(1);
-        }
-    }, nullptr);
+    Thread thread(ThreadSettings("Waiter"), WaitFor(release), nullptr);
     thread.Start();
     EXPECT_TRUE(thread.IsRunning());
     EXPECT_TRUE(thread.IsJoinable());
@@ -120,12 +126,7 @@ TEST(ThreadTest, JoinGivesUpAfterTheJoinLimit)
 {
     JoinLimit limit(100);
     std::atomic<bool> release{false};
-    Thread thread(ThreadSettings("Slow"), [&](void*) {
-        while (!release)
-        {
-            Thread::Sleep(1);
-        }
-    }, nullptr);
+    Thread thread(ThreadSettings("Slow"), WaitFor(release), nullptr);
     thread.Start();
     const auto start = Clock::now();
     EXPECT_FALSE(thread.Join());
@@ -356,12 +357,7 @@ TEST(ThreadTest, SleepLastsAtLeastTheGivenTime)
 TEST(ThreadTest, PriorityTheSystemRefusesIsKeptOnTheObject)
 {
     std::atomic<bool> release{false};
-    Thread thread(ThreadSettings("Prioritised", 50), [&](void*) {
-        while (!release)
-        {
-            Thread::Sleep(1);
-        }
-    }, nullptr);
+    Thread thread(ThreadSettings("Prioritised", 50), WaitFor(release), nullptr);
     EXPECT_EQ(thread.GetPriority(), 50);
     thread.Start();
     EXPECT_NO_THROW(thread.SetPriority(70));
