@@ -3,6 +3,7 @@
 // neither crashes it nor keeps a known device from its answer nor slows its stop down to a kill.
 #include "VantrelBase/Net/Bootp/BootpServer.hpp"
 
+#include "../VantrelBase/Net/Bootp/BootpRequest.hpp"
 #include "../VantrelBase/Net/Information/PeerNamespace.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
@@ -29,33 +30,14 @@ using Qib::System::Commons::Net::IpAddress;
 using VantrelBase::Net::MacAddress;
 using VantrelBase::Net::Bootp::BootpServer;
 using VantrelBase::Net::Bootp::Configuration::BootpServerSettings;
+using VantrelTest::Bytes;
+using VantrelTest::MakeRequest;
+using VantrelTest::Xid;
 
 namespace
 {
 
-using Bytes = std::vector<std::uint8_t>;
 using Clock = std::chrono::steady_clock;
-
-// A 300-byte boot request of an Ethernet device.
-Bytes Request(std::uint32_t xid, const MacAddress& device)
-{
-    Bytes message(300, 0);
-    message[0] = 1;
-    message[1] = 1;
-    message[2] = 6;
-    for (std::size_t i = 0; i < 4; ++i)
-    {
-        message[4 + i] = static_cast<std::uint8_t>(xid >> (24 - 8 * i));
-    }
-    std::copy(device.bytes.begin(), device.bytes.end(), message.begin() + 28);
-    return message;
-}
-
-std::uint32_t Xid(const Bytes& message)
-{
-    return (std::uint32_t{message[4]} << 24) | (std::uint32_t{message[5]} << 16) | (std::uint32_t{message[6]} << 8) |
-           std::uint32_t{message[7]};
-}
 
 // A UDP socket; bound to `port` on any address when `port` is not 0.
 int OpenSocket(int port)
@@ -102,17 +84,17 @@ IpAddress KnownAddress(std::size_t index)
 // types, every hlen but 6, and datagrams of any length from empty to oversized.
 Bytes Hostile(std::mt19937& random, std::uint32_t xid)
 {
-    Bytes message = Request(xid, MacAddress(0x02, 0x66, static_cast<std::uint8_t>(random()), 0, 0, 1));
+    Bytes message = MakeRequest(xid, MacAddress(0x02, 0x66, static_cast<std::uint8_t>(random()), 0, 0, 1));
     switch (random() % 6)
     {
     case 0: // unknown device, otherwise a proper request
         break;
     case 1: // a known device, but a reply
-        message = Request(xid, KnownDevice(random() % 8));
+        message = MakeRequest(xid, KnownDevice(random() % 8));
         message[0] = 2;
         break;
     case 2: // a known device, but not Ethernet or not 6 bytes long
-        message = Request(xid, KnownDevice(random() % 8));
+        message = MakeRequest(xid, KnownDevice(random() % 8));
         message[random() % 2 + 1] = static_cast<std::uint8_t>(random() % 2 ? 0 : 7 + random() % 249);
         break;
     case 3: // truncated: too short to hold the hardware address at all. Not a request, since a short
@@ -167,7 +149,7 @@ TEST(BootpServerReliabilityTest, StartAndStopTwoHundredTimesWithTrafficInFlightL
         const auto deadline = Clock::now() + std::chrono::seconds(90);
         for (std::uint32_t i = 0; sending && Clock::now() < deadline; ++i)
         {
-            SendTo(descriptor, i % 2 == 0 ? Request(i, KnownDevice(0)) : Hostile(random, i), "127.0.0.1", 6767);
+            SendTo(descriptor, i % 2 == 0 ? MakeRequest(i, KnownDevice(0)) : Hostile(random, i), "127.0.0.1", 6767);
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
     });
@@ -282,7 +264,7 @@ TEST(BootpServerReliabilityTest, FloodOfHostileRequestsStillAnswersEveryKnownDev
         {
             if (answered.count(i) == 0)
             {
-                SendTo(client, Request(static_cast<std::uint32_t>(i), KnownDevice(i)), "10.77.40.1", 67);
+                SendTo(client, MakeRequest(static_cast<std::uint32_t>(i), KnownDevice(i)), "10.77.40.1", 67);
                 ++requests;
             }
         }
