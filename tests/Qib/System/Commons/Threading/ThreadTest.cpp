@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -138,19 +139,37 @@ TEST(ThreadTest, JoinGivesUpAfterTheJoinLimit)
     EXPECT_TRUE(thread.Join());
 }
 
-TEST(ThreadTest, TerminateEndsThreadBlockedInSleep)
+namespace
 {
+
+// Starts a thread that blocks in `block`, terminates it there and checks that it ended by unwinding
+// its stack, never returning from the blocking call.
+void ExpectTerminateEndsThreadBlockedIn(const std::function<void()>& block)
+{
+    std::atomic<bool> entered{false};
     std::atomic<bool> unwound{false};
-    Thread thread(ThreadSettings("Sleeper"), [&](void*) {
+    std::atomic<bool> returned{false};
+    Thread thread(ThreadSettings("Blocked"), [&](void*) {
         Sentinel sentinel{unwound};
-        Thread::Sleep(60000);
+        entered = true;
+        block();
+        returned = true;
     }, nullptr);
     thread.Start();
+    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
     EXPECT_TRUE(thread.IsRunning());
     thread.Terminate();
     EXPECT_FALSE(thread.IsRunning());
     EXPECT_FALSE(thread.IsJoinable());
     EXPECT_TRUE(unwound);
+    EXPECT_FALSE(returned);
+}
+
+} // namespace
+
+TEST(ThreadTest, TerminateEndsThreadBlockedInSleep)
+{
+    ExpectTerminateEndsThreadBlockedIn([] { Thread::Sleep(60000); });
 }
 
 TEST(ThreadTest, TerminateEndsThreadBlockedInSocketReceive)
@@ -159,48 +178,25 @@ TEST(ThreadTest, TerminateEndsThreadBlockedInSocketReceive)
     using namespace Qib::System::Commons::Net;
     Socket socket(SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::Blocking);
     ASSERT_EQ(socket.Bind(IpAddress::Parse("127.0.0.1"), 0), SocketError::Success);
-    std::atomic<bool> entered{false};
-    std::atomic<bool> unwound{false};
-    std::atomic<bool> returned{false};
-    Thread thread(ThreadSettings("Receiver"), [&](void*) {
-        Sentinel sentinel{unwound};
+    ExpectTerminateEndsThreadBlockedIn([&] {
         char buffer[16];
         IpAddress address;
         int port = 0;
         SocketError error = SocketError::Success;
-        entered = true;
         socket.ReceiveFrom(buffer, sizeof(buffer), address, port, error);
-        returned = true;
-    }, nullptr);
-    thread.Start();
-    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
-    thread.Terminate();
-    EXPECT_TRUE(unwound);
-    EXPECT_FALSE(returned);
-    EXPECT_FALSE(thread.IsRunning());
+    });
 }
 
 TEST(ThreadTest, TerminateEndsThreadBlockedInSelect)
 {
     int pipeEnds[2];
     ASSERT_EQ(::pipe(pipeEnds), 0);
-    std::atomic<bool> entered{false};
-    std::atomic<bool> unwound{false};
-    std::atomic<bool> returned{false};
-    Thread thread(ThreadSettings("Selector"), [&](void*) {
-        Sentinel sentinel{unwound};
+    ExpectTerminateEndsThreadBlockedIn([&] {
         fd_set readable;
         FD_ZERO(&readable);
         FD_SET(pipeEnds[0], &readable);
-        entered = true;
         ::select(pipeEnds[0] + 1, &readable, nullptr, nullptr, nullptr);
-        returned = true;
-    }, nullptr);
-    thread.Start();
-    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
-    thread.Terminate();
-    EXPECT_TRUE(unwound);
-    EXPECT_FALSE(returned);
+    });
     ::close(pipeEnds[0]);
     ::close(pipeEnds[1]);
 }
