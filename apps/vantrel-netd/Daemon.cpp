@@ -1,6 +1,7 @@
 // The daemon's life: host the library, run the configured servers, follow signals, stop cleanly.
 #include "Daemon.hpp"
 
+#include "ConfigChange.hpp"
 #include "ConfigLoader.hpp"
 #include "ExitStatus.hpp"
 #include "LibraryHost.hpp"
@@ -8,8 +9,12 @@
 #include "PrivilegeDrop.hpp"
 #include "SignalWaiter.hpp"
 
+#include "Qib/System/Commons/Diagnostics/Logging/LogLevel.hpp"
+#include "Qib/System/Commons/Threading/Thread.hpp"
+
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <optional>
@@ -23,6 +28,35 @@ namespace VantrelNetd
 
 namespace
 {
+
+using Qib::System::Commons::Diagnostics::Logging::LogLevel;
+using Qib::System::Commons::Diagnostics::Logging::LogRecord;
+using Qib::System::Commons::Threading::Thread;
+
+bool IsStop(int signal)
+{
+    return signal == SIGINT || signal == SIGTERM;
+}
+
+// The TFTP loop never ends by itself: its stop waits the host's join limit, then ends the thread. The
+// BOOTP loop ends within one wait for a request (its timeout in ms) and gets that long to end by
+// itself; beyond that a short margin.
+void SetJoinLimit(const Config& config)
+{
+    unsigned long milliseconds = 20;
+    if (config.Bootp.Enabled)
+    {
+        milliseconds += config.Bootp.Timeout == 0 ? 16 : config.Bootp.Timeout;
+    }
+    Thread::SetJoinLimit(milliseconds);
+}
+
+// How long a TFTP restart waits for transfers: the library gives a silent session up after its time-out
+// (0 means 10 s), checked in whole seconds.
+std::chrono::seconds TransferWaitLimit(const TftpSection& tftp)
+{
+    return std::chrono::seconds((tftp.Timeout == 0 ? 10 : tftp.Timeout) + 1);
+}
 
 // Probes every binding that none of `held` covers: those can be checked while `held` still runs.
 void ProbeBindings(const std::vector<ServerSet::Binding>& bindings, const std::vector<ServerSet::Binding>& held)
@@ -56,11 +90,15 @@ Config Daemon::LoadConfig() const
     return ConfigLoader::LoadFile(options.ConfigFile);
 }
 
+std::string Daemon::LogFileOf(const Config& config) const
+{
+    return !options.LogFile.empty() ? options.LogFile : config.Logging.File;
+}
+
 void Daemon::ApplyLogging(const Config& config)
 {
     const int level = options.LogLevel >= 0 ? options.LogLevel : config.Logging.Level;
-    const std::string& file = !options.LogFile.empty() ? options.LogFile : config.Logging.File;
-    daemonLog.Apply(level, file);
+    daemonLog.Apply(level, LogFileOf(config));
 }
 
 void Daemon::Warn(const Config& config, const ServerSet& servers)
@@ -79,7 +117,17 @@ int Daemon::Check()
 {
     const Config config = LoadConfig();
     const ServerSet servers(config);
+    const std::string logFile = LogFileOf(config);
+    if (!logFile.empty())
+    {
+        DaemonLog::OpenFile(logFile);
+    }
     std::fputs(config.Describe().c_str(), stdout);
+    if (!logFile.empty())
+    {
+        std::printf("log file: %s (%s, opened for appending)\n", logFile.c_str(),
+                    options.LogFile.empty() ? "from the config" : "from --log-file");
+    }
     for (const std::string& warning : config.Warnings)
     {
         std::printf("warning: %s\n", warning.c_str());
@@ -97,6 +145,7 @@ std::unique_ptr<ServerSet> Daemon::StartServers(const Config& config)
     auto servers = std::make_unique<ServerSet>(config);
     ProbeBindings(servers->GetBindings(), {});
     servers->Start();
+    tracker->SetReadEnabled(config.Tftp.Read);
     if (config.Tftp.Enabled)
     {
         log.Info("TFTP server on UDP port 69: {0}", config.Tftp.HomePaths.front().Path);
@@ -109,8 +158,17 @@ std::unique_ptr<ServerSet> Daemon::StartServers(const Config& config)
     return servers;
 }
 
-void Daemon::Reload(std::unique_ptr<ServerSet>& running, Config& current)
+void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
 {
+    // First, so that after logrotate's rename every line of the reload lands in the new file.
+    try
+    {
+        daemonLog.Reopen();
+    }
+    catch (const DaemonExit& error)
+    {
+        log.Error("{0}; the log goes on into the file opened before", error.what());
+    }
     log.Info("SIGHUP: reloading {0}", options.ConfigFile.empty() ? "the built-in default" : options.ConfigFile);
     std::optional<Config> next;
     std::unique_ptr<ServerSet> candidate;
@@ -119,28 +177,101 @@ void Daemon::Reload(std::unique_ptr<ServerSet>& running, Config& current)
         next = LoadConfig();
         candidate = std::make_unique<ServerSet>(*next);
         // Ports the running servers do not hold can be checked before anything is stopped.
-        ProbeBindings(candidate->GetBindings(), running->GetBindings());
+        ProbeBindings(candidate->GetBindings(), running.GetBindings());
+        ApplyLogging(*next);
     }
     catch (const DaemonExit& error)
     {
         log.Error("Reload refused, the running servers go on: {0}", error.what());
         return;
     }
-    ApplyLogging(*next);
     Warn(*next, *candidate);
-    candidate.reset();
-    running.reset();
+    const ConfigChange change(current, *next);
+    log.Info("Reload: {0}", change.Describe());
+    if (change.BootpChanged())
+    {
+        Restart(ServerSet::Server::Bootp, running, *candidate);
+    }
+    if (change.TftpChanged() && WaitForTransfers(current.Tftp, signals))
+    {
+        Restart(ServerSet::Server::Tftp, running, *candidate);
+        tracker->SetReadEnabled(running.GetConfig().Tftp.Read);
+    }
+    current.Tftp = running.GetConfig().Tftp;
+    current.Bootp = running.GetConfig().Bootp;
+    current.Logging = next->Logging;
+    SetJoinLimit(current);
+    log.Info("Reload done");
+}
+
+void Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate)
+{
+    const char* name = server == ServerSet::Server::Tftp ? "tftp" : "bootp";
+    running.Stop(server);
+    if (server == ServerSet::Server::Tftp)
+    {
+        ReportCutTransfers("the reload");
+    }
     try
     {
-        running = StartServers(*next);
-        current = std::move(*next);
-        log.Info("Reload done");
+        candidate.Start(server);
+        running.Adopt(server, candidate);
     }
     catch (const DaemonExit& error)
     {
-        log.Error("Reload failed: {0}; restarting the previous servers", error.what());
-        ApplyLogging(current);
-        running = StartServers(current);
+        log.Error("Reload failed for {0}: {1}; restarting it with its previous settings", name, error.what());
+        running.Start(server);
+    }
+}
+
+bool Daemon::WaitForTransfers(const TftpSection& tftp, SignalWaiter& signals)
+{
+    const std::chrono::seconds limit = TransferWaitLimit(tftp);
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    tracker->Settle();
+    bool announced = false;
+    for (auto running = tracker->InProgress(); !running.empty(); running = tracker->InProgress())
+    {
+        if (!announced)
+        {
+            log.Info("tftp: waiting up to {0} s for {1} transfer(s) to end before the restart", limit.count(),
+                     running.size());
+            announced = true;
+        }
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+        {
+            break;
+        }
+        // The main thread keeps taking signals: a stop ends the wait and the daemon.
+        TakeSignal(signals.Wait(std::min(left, std::chrono::milliseconds(100))));
+        if (stopSignal != 0)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+void Daemon::TakeSignal(int signal)
+{
+    if (IsStop(signal))
+    {
+        stopSignal = signal;
+    }
+    else if (signal == SIGHUP)
+    {
+        reloadAgain = true;
+    }
+}
+
+void Daemon::ReportCutTransfers(const char* cause)
+{
+    tracker->Settle();
+    for (const TransferTracker::Transfer& transfer : tracker->TakeAll())
+    {
+        log.Warning("tftp: {0} of `{1}` ({2}) by {3} cut by {4}", transfer.Upload ? "upload" : "download",
+                    transfer.RequestedName, transfer.LocalPath, transfer.Client, cause);
     }
 }
 
@@ -166,6 +297,11 @@ int Daemon::Run()
     LibraryHost host;
     host.Start();
     log.Info("vantrel-netd {0} hosting {1}", VANTREL_NETD_VERSION, host.GetLibraryPath());
+    // The tracker needs the TFTP server's info records whatever level the user reads.
+    tracker = std::make_unique<TransferTracker>();
+    daemonLog.Observe([watched = tracker.get()](const LogRecord& record) { watched->Observe(record); },
+                      static_cast<int>(LogLevel::Info));
+    SetJoinLimit(config);
     servers = StartServers(config);
 
     if (account)
@@ -174,20 +310,23 @@ int Daemon::Run()
         log.Info("Running as user {0} (uid {1}, gid {2})", account->Name, account->Uid, account->Gid);
     }
 
-    for (;;)
+    while (stopSignal == 0)
     {
-        const int signal = signals.Wait(std::chrono::seconds(1));
-        if (signal == SIGINT || signal == SIGTERM)
+        // A SIGHUP taken while a reload waited for transfers asks for one more reload.
+        const int signal = reloadAgain ? SIGHUP : signals.Wait(std::chrono::seconds(1));
+        reloadAgain = false;
+        if (IsStop(signal))
         {
-            log.Info("{0}: stopping", signal == SIGINT ? "SIGINT" : "SIGTERM");
-            break;
+            stopSignal = signal;
         }
-        if (signal == SIGHUP)
+        else if (signal == SIGHUP)
         {
-            Reload(servers, config);
+            Reload(*servers, config, signals);
         }
     }
+    log.Info("{0}: stopping", stopSignal == SIGINT ? "SIGINT" : "SIGTERM");
     servers.reset();
+    ReportCutTransfers("the stop");
     host.Stop();
     log.Info("Stopped");
     return CleanStop;

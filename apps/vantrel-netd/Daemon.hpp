@@ -5,6 +5,7 @@
 #include "Config.hpp"
 #include "DaemonLog.hpp"
 #include "ServerSet.hpp"
+#include "TransferTracker.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
 
@@ -25,19 +26,28 @@ public:
     /// line and its status on any failure.
     int Run();
 
-    /// Validates the config, prints what would run to standard output and returns 0; throws
-    /// ConfigError for a bad config.
+    /// Validates the config and opens the log file as a start would, prints what would run to standard
+    /// output and returns 0; throws ConfigError for a bad config, DaemonExit for a log file it cannot open.
     int Check();
 
 private:
     Config LoadConfig() const;
+    std::string LogFileOf(const Config& config) const;
     void ApplyLogging(const Config& config);
     void Warn(const Config& config, const ServerSet& servers);
     std::unique_ptr<ServerSet> StartServers(const Config& config);
-    void Reload(std::unique_ptr<ServerSet>& running, Config& current);
+    void Reload(ServerSet& running, Config& current, SignalWaiter& signals);
+    void Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate);
+    bool WaitForTransfers(const TftpSection& tftp, SignalWaiter& signals);
+    void ReportCutTransfers(const char* cause);
+    void TakeSignal(int signal);
 
     Options options;
+    // Declared before the log, so that the log's sink stops handing it records before it goes.
+    std::unique_ptr<TransferTracker> tracker;
     DaemonLog daemonLog;
+    int stopSignal = 0;
+    bool reloadAgain = false;
 };
 
 } // namespace VantrelNetd

@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -31,33 +32,62 @@ DaemonLog::~DaemonLog()
     LogManager::ResetSink();
 }
 
-void DaemonLog::Apply(int level, const std::string& newFile)
+std::shared_ptr<std::FILE> DaemonLog::OpenFile(const std::string& path)
+{
+    std::FILE* raw = std::fopen(path.c_str(), "ae");
+    if (raw == nullptr)
+    {
+        throw DaemonExit(CannotCreate, fmt::format("cannot open log file {}: {}", path, std::strerror(errno)));
+    }
+    return std::shared_ptr<std::FILE>(raw, FileCloser());
+}
+
+void DaemonLog::Apply(int newLevel, const std::string& newFile)
 {
     if (newFile != file)
     {
-        if (newFile.empty())
-        {
-            LogManager::ResetSink();
-        }
-        else
-        {
-            std::FILE* raw = std::fopen(newFile.c_str(), "a");
-            if (raw == nullptr)
-            {
-                throw DaemonExit(RuntimeFailure,
-                                 fmt::format("cannot open log file {}: {}", newFile, std::strerror(errno)));
-            }
-            // The sink owns the stream; records are written one at a time under the log manager's lock.
-            std::shared_ptr<std::FILE> stream(raw, FileCloser());
-            LogManager::SetSink([stream](const LogRecord& record) {
-                const std::string line = LogManager::FormatLine(record) + "\n";
-                std::fwrite(line.data(), 1, line.size(), stream.get());
-                std::fflush(stream.get());
-            });
-        }
+        stream = newFile.empty() ? nullptr : OpenFile(newFile);
         file = newFile;
     }
-    LogManager::SetLevel(level);
+    level = newLevel;
+    InstallSink();
+}
+
+void DaemonLog::Observe(Observer newObserver, int newObservedLevel)
+{
+    observer = std::move(newObserver);
+    observedLevel = observer ? newObservedLevel : 0;
+    InstallSink();
+}
+
+void DaemonLog::Reopen()
+{
+    if (!file.empty())
+    {
+        stream = OpenFile(file);
+        InstallSink();
+    }
+}
+
+void DaemonLog::InstallSink()
+{
+    // The sink keeps its own copies: a stream replaced here is closed once the last record written
+    // through it is done. Records are written one at a time under the log manager's lock.
+    LogManager::SetSink([shown = level, target = stream, watcher = observer](const LogRecord& record) {
+        if (watcher)
+        {
+            watcher(record);
+        }
+        if (shown == 0 || record.Level > shown)
+        {
+            return;
+        }
+        std::FILE* out = target ? target.get() : stderr;
+        const std::string line = LogManager::FormatLine(record) + "\n";
+        std::fwrite(line.data(), 1, line.size(), out);
+        std::fflush(out);
+    });
+    LogManager::SetLevel(std::max(level, observedLevel));
 }
 
 } // namespace VantrelNetd

@@ -14,6 +14,7 @@ enum ExitStatus : int
     RuntimeFailure = 1,
     BadCommandLine = 64,   // EX_USAGE
     PortInUse = 69,        // EX_UNAVAILABLE
+    CannotCreate = 73,     // EX_CANTCREAT: the log file cannot be opened
     NoPrivilege = 77,      // EX_NOPERM
     BadConfig = 78,        // EX_CONFIG
 };

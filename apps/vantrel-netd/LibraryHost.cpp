@@ -62,7 +62,7 @@ LibraryHost::~LibraryHost()
     {
         Qib::System::Commons::Diagnostics::Logging::LogManager::Write(
             {"VantrelNetd.LibraryHost", 3, fmt::format("component shut-down failed: {}", error.what()),
-             std::chrono::system_clock::now()});
+             std::chrono::system_clock::now(), "component shut-down failed: {0}", {error.what()}});
     }
     if (appDomain != nullptr)
     {

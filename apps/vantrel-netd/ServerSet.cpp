@@ -1,9 +1,10 @@
-// The TFTP and BOOTP servers that one configuration describes, built, started and stopped together.
+// The TFTP and BOOTP servers that a configuration describes, started and stopped together or one by one.
 #include "ServerSet.hpp"
 
 #include "BootpHostTable.hpp"
 #include "ExitStatus.hpp"
 #include "PortProbe.hpp"
+#include "StartSignal.hpp"
 
 #include "Qib/System/Commons/Threading/Thread.hpp"
 #include "VantrelBase/Net/Bootp/BootpServer.hpp"
@@ -14,9 +15,6 @@
 #include <fmt/format.h>
 
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
 
 namespace VantrelNetd
 {
@@ -30,47 +28,6 @@ namespace Tftp = VantrelBase::Net::Tftp;
 namespace Bootp = VantrelBase::Net::Bootp;
 
 constexpr std::uint16_t TftpPort = 69;
-constexpr auto StartLimit = std::chrono::seconds(5);
-
-// Set by a server's started callback on the server's thread, awaited on the main thread.
-class StartSignal
-{
-public:
-    void Raise()
-    {
-        std::lock_guard<std::mutex> guard(lock);
-        raised = true;
-        changed.notify_all();
-    }
-
-    // Waits until raised or until `gaveUp` says the server will never raise it.
-    template <typename Predicate>
-    bool Wait(Predicate gaveUp)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + StartLimit;
-        std::unique_lock<std::mutex> guard(lock);
-        while (!raised && std::chrono::steady_clock::now() < deadline)
-        {
-            changed.wait_for(guard, std::chrono::milliseconds(10));
-            if (!raised)
-            {
-                guard.unlock();
-                const bool stop = gaveUp();
-                guard.lock();
-                if (stop)
-                {
-                    break;
-                }
-            }
-        }
-        return raised;
-    }
-
-private:
-    std::mutex lock;
-    std::condition_variable changed;
-    bool raised = false;
-};
 
 Tftp::Configuration::TftpServerSettings MakeTftpSettings(const TftpSection& section)
 {
@@ -103,16 +60,8 @@ bool ServerSet::Binding::Overlaps(const Binding& other) const
 
 ServerSet::ServerSet(const Config& configuration) : config(configuration)
 {
-    if (config.Tftp.Enabled)
-    {
-        bindings.push_back(Binding{"TFTP", IpAddress(), TftpPort});
-    }
     if (config.Bootp.Enabled)
     {
-        if (config.Bootp.Bind)
-        {
-            bindings.push_back(Binding{"BOOTP", config.Bootp.Address, config.Bootp.Port});
-        }
         const BootpHostTable table(config.Bootp.Hosts);
         for (const BootpHost& host : table.GetUnreachable())
         {
@@ -129,22 +78,50 @@ ServerSet::~ServerSet()
     Stop();
 }
 
+std::vector<ServerSet::Binding> ServerSet::GetBindings() const
+{
+    std::vector<Binding> bindings;
+    if (config.Tftp.Enabled)
+    {
+        bindings.push_back(Binding{"TFTP", IpAddress(), TftpPort});
+    }
+    if (config.Bootp.Enabled && config.Bootp.Bind)
+    {
+        bindings.push_back(Binding{"BOOTP", config.Bootp.Address, config.Bootp.Port});
+    }
+    return bindings;
+}
+
 void ServerSet::Start()
 {
     try
     {
-        if (config.Tftp.Enabled)
+        Start(Server::Tftp);
+        Start(Server::Bootp);
+    }
+    catch (...)
+    {
+        Stop();
+        throw;
+    }
+}
+
+void ServerSet::Start(Server server)
+{
+    try
+    {
+        if (server == Server::Tftp && config.Tftp.Enabled)
         {
             StartTftp();
         }
-        if (config.Bootp.Enabled)
+        if (server == Server::Bootp && config.Bootp.Enabled)
         {
             StartBootp();
         }
     }
     catch (...)
     {
-        Stop();
+        Stop(server);
         Thread::SetAsynchronousCancelability(false);
         throw;
     }
@@ -196,15 +173,36 @@ void ServerSet::StartBootp()
 
 void ServerSet::Stop()
 {
-    if (bootp)
+    Stop(Server::Bootp);
+    Stop(Server::Tftp);
+}
+
+void ServerSet::Stop(Server server)
+{
+    if (server == Server::Bootp && bootp)
     {
         bootp->Stop();
         bootp.reset();
     }
-    if (tftp)
+    if (server == Server::Tftp && tftp)
     {
         tftp->Stop();
         tftp.reset();
+    }
+}
+
+void ServerSet::Adopt(Server server, ServerSet& other)
+{
+    Stop(server);
+    if (server == Server::Tftp)
+    {
+        tftp = std::move(other.tftp);
+        config.Tftp = other.config.Tftp;
+    }
+    else
+    {
+        bootp = std::move(other.bootp);
+        config.Bootp = other.config.Bootp;
     }
 }
 

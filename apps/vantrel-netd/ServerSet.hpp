@@ -1,4 +1,4 @@
-// The TFTP and BOOTP servers that one configuration describes, built, started and stopped together.
+// The TFTP and BOOTP servers that a configuration describes, started and stopped together or one by one.
 #pragma once
 
 #include "Config.hpp"
@@ -22,10 +22,18 @@ class BootpServer;
 namespace VantrelNetd
 {
 
-/// The servers of one configuration. Main thread only.
+/// The servers of a configuration. A reload takes over the servers whose settings changed from the
+/// set of the new configuration, so a set may hold each server with the settings of another config.
+/// Main thread only.
 class ServerSet
 {
 public:
+    enum class Server
+    {
+        Tftp,
+        Bootp,
+    };
+
     /// A UDP port a server of the set binds.
     struct Binding
     {
@@ -46,13 +54,21 @@ public:
     ServerSet& operator=(const ServerSet&) = delete;
 
     const std::vector<std::string>& GetWarnings() const { return warnings; }
-    const std::vector<Binding>& GetBindings() const { return bindings; }
+    /// The ports of the enabled servers, as the set holds them now.
+    std::vector<Binding> GetBindings() const;
+    /// The settings the set runs its servers with (the logging section is the set's own config's).
+    const Config& GetConfig() const { return config; }
 
     /// Starts the enabled servers and returns once each has bound its socket. Throws DaemonExit
     /// when a server does not come up; the set is then stopped.
     void Start();
+    /// Starts one server when it is enabled; throws DaemonExit when it does not come up, and it is then stopped.
+    void Start(Server server);
     /// Stops and destroys the servers. A TFTP server takes up to the host's join limit to stop.
     void Stop();
+    void Stop(Server server);
+    /// Takes `other`'s server of that kind, running or not, with its settings; this set's own is stopped first.
+    void Adopt(Server server, ServerSet& other);
 
 private:
     void StartTftp();
@@ -60,7 +76,6 @@ private:
 
     Config config;
     std::vector<std::string> warnings;
-    std::vector<Binding> bindings;
     std::unique_ptr<VantrelBase::Net::Tftp::TftpServer> tftp;
     std::unique_ptr<VantrelBase::Net::Bootp::BootpServer> bootp;
 };

@@ -43,9 +43,11 @@ bool LoggerBase::IsEnabled(int level)
     return current != 0 && level <= current;
 }
 
-void LoggerBase::WriteRecord(int level, std::string message) const
+void LoggerBase::WriteRecord(int level, std::string message, const std::string& pattern,
+                             std::vector<std::string> arguments) const
 {
-    LogManager::Write(LogRecord{GetName(), level, std::move(message), std::chrono::system_clock::now()});
+    LogManager::Write(LogRecord{GetName(), level, std::move(message), std::chrono::system_clock::now(), pattern,
+                                std::move(arguments)});
 }
 
 } // namespace Qib::System::Commons::Diagnostics::Logging

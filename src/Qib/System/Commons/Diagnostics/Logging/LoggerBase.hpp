@@ -12,6 +12,7 @@
 #include <exception>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace Qib::System::Commons::Diagnostics::Logging
 {
@@ -70,7 +71,8 @@ public:
         }
         try
         {
-            WriteRecord(static_cast<int>(level), fmt::format(fmt::runtime(pattern), args...));
+            std::string message = fmt::format(fmt::runtime(pattern), args...);
+            WriteRecord(static_cast<int>(level), std::move(message), pattern, {fmt::format("{}", args)...});
         }
         catch (const abi::__forced_unwind&)
         {
@@ -79,17 +81,19 @@ public:
         catch (const std::exception& exception)
         {
             WriteRecord(static_cast<int>(LogLevel::Error),
-                        std::string("Exception occurs during format of log message: ") + exception.what());
+                        std::string("Exception occurs during format of log message: ") + exception.what(),
+                        "Exception occurs during format of log message: {0}", {exception.what()});
         }
         catch (...)
         {
-            WriteRecord(static_cast<int>(LogLevel::Error),
-                        "Exception occurs during format of log message: Unknown exception");
+            const std::string message = "Exception occurs during format of log message: Unknown exception";
+            WriteRecord(static_cast<int>(LogLevel::Error), message, message, {});
         }
     }
 
 private:
-    void WriteRecord(int level, std::string message) const;
+    void WriteRecord(int level, std::string message, const std::string& pattern,
+                     std::vector<std::string> arguments) const;
 
     mutable std::mutex nameLock;
     std::atomic<bool> named{false};

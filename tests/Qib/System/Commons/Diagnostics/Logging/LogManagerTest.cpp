@@ -26,7 +26,7 @@ namespace
 LogRecord RecordAt(int level, int milliseconds)
 {
     const auto time = std::chrono::system_clock::from_time_t(1700000000) + std::chrono::milliseconds(milliseconds);
-    return LogRecord{"Sample.Logger", level, "the message", time};
+    return LogRecord{"Sample.Logger", level, "the message", time, "the message", {}};
 }
 
 } // namespace
