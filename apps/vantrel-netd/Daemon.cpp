@@ -192,8 +192,12 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
     {
         Restart(ServerSet::Server::Bootp, running, *candidate);
     }
-    if (change.TftpChanged() && WaitForTransfers(current.Tftp, signals))
+    if (change.TftpChanged())
     {
+        if (!WaitForTransfers(current.Tftp, signals))
+        {
+            return; // a stop came while waiting
+        }
         Restart(ServerSet::Server::Tftp, running, *candidate);
         tracker->SetReadEnabled(running.GetConfig().Tftp.Read);
     }

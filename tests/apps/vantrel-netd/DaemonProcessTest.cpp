@@ -2,6 +2,7 @@
 #include "DaemonProcess.hpp"
 
 #include "Support/NetworkNamespace.hpp"
+#include "VantrelBase/Net/Tftp/TftpTestSupport.hpp"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 using VantrelTest::DaemonProcess;
 namespace fs = std::filesystem;
@@ -67,6 +69,17 @@ protected:
                "\"\n";
     }
 
+    static std::string BootpConfig(const std::string& bootFile, int hosts)
+    {
+        std::string text = "[bootp]\nboot_file = \"" + bootFile + "\"\n";
+        for (int host = 1; host <= hosts; ++host)
+        {
+            text += "[[bootp.hosts]]\nmac = \"02:00:00:00:00:0" + std::to_string(host) + "\"\nip = \"10.77.0." +
+                    std::to_string(host + 1) + "\"\n";
+        }
+        return text;
+    }
+
     // Runs the tftp-hpa client in the client folder, bounded in time.
     int Tftp(const std::string& command)
     {
@@ -96,7 +109,7 @@ protected:
 
 } // namespace
 
-TEST_F(DaemonProcessTest, ServesDownloadsAndUploadsAndStopsWithSigterm)
+TEST_F(DaemonProcessTest, ServesDownloadsAndUploadsAndStopsWithSigtermWithinASecond)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     const fs::path config = Config(TftpConfig("boot", true));
@@ -109,8 +122,11 @@ TEST_F(DaemonProcessTest, ServesDownloadsAndUploadsAndStopsWithSigterm)
     Tftp("put upload.txt stored.txt");
     EXPECT_EQ(Read(root / "boot" / "stored.txt"), "uploaded by the test\n");
 
+    // The TFTP loop never ends by itself: the stop is bounded by the join limit the daemon sets.
+    const auto signalled = std::chrono::steady_clock::now();
     daemon->Signal(SIGTERM);
     EXPECT_EQ(daemon->WaitForExit(std::chrono::seconds(5)), 0) << daemon->StandardError();
+    EXPECT_LT(std::chrono::steady_clock::now() - signalled, std::chrono::milliseconds(900));
     const std::string log = daemon->StandardError();
     EXPECT_NE(log.find("SIGTERM: stopping"), std::string::npos) << log;
     EXPECT_EQ(log.find("ERROR"), std::string::npos) << log;
@@ -318,4 +334,158 @@ TEST_F(DaemonProcessTest, ABootpClientAcrossAVethPairGetsItsAddress)
     }
     VantrelTest::Shell("ip netns del " + peer);
     ASSERT_EQ(linked, 0) << "could not set up the veth pair";
+}
+
+TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    struct Case
+    {
+        bool uploads;
+        std::string bootFile;
+        int hosts;
+        std::string change;
+    };
+    const Case cases[] = {
+        {false, "b.0", 2, "Reload: bootp: 1 host added, boot file changed; tftp unchanged"},
+        {true, "a.0", 1, "Reload: bootp unchanged; tftp: write changed"},
+    };
+    const std::string image = VantrelTest::Tftp::PatternBytes(1 << 20);
+    Write(root / "boot" / "big.bin", image);
+    for (const Case& item : cases)
+    {
+        fs::remove(root / "client" / "big.bin");
+        const fs::path config = Config(TftpConfig("boot") + BootpConfig("a.0", 1));
+        auto daemon = StartDaemon({"--config", config.string()}, "BOOTP server on");
+        std::thread download([this] { Tftp("get big.bin"); });
+        EXPECT_TRUE(daemon->WaitForError("read request `big.bin`")) << daemon->StandardError();
+        Config(TftpConfig("boot", item.uploads) + BootpConfig(item.bootFile, item.hosts));
+        daemon->Signal(SIGHUP);
+        EXPECT_TRUE(daemon->WaitForError("Reload done", std::chrono::seconds(20))) << daemon->StandardError();
+        download.join();
+
+        const std::string log = daemon->StandardError();
+        EXPECT_NE(log.find(item.change), std::string::npos) << log;
+        // The download ran across the reload and arrived whole; none was cut.
+        EXPECT_LT(log.find("SIGHUP: reloading"), log.find("Sent last packet of")) << log;
+        EXPECT_TRUE(Read(root / "client" / "big.bin") == image) << log;
+        EXPECT_EQ(log.find(" cut by "), std::string::npos) << log;
+        // The restarted TFTP server runs with the new settings.
+        Write(root / "client" / "up.txt", "after the reload\n");
+        EXPECT_EQ(Tftp("put up.txt up.txt") == 0 && fs::exists(root / "boot" / "up.txt"), item.uploads) << log;
+        fs::remove(root / "boot" / "up.txt");
+        daemon->Signal(SIGTERM);
+        EXPECT_EQ(daemon->WaitForExit(), 0);
+    }
+}
+
+TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    // A client that never acknowledges holds its transfer open: with retries above what it was sent,
+    // the library keeps the session.
+    const std::string stalled = "[tftp]\ntimeout = 1\nretries = 5\n[[tftp.home]]\npath = \"boot\"\n";
+    for (const int stop : {0, SIGTERM})
+    {
+        auto daemon = StartDaemon({"--config", Config(stalled).string()});
+        VantrelTest::Tftp::UdpClient client;
+        client.Send(VantrelTest::Tftp::Request(1, "image.bin"));
+        ASSERT_TRUE(client.Receive().has_value());
+        Config("[tftp]\ntimeout = 2\nretries = 5\n[[tftp.home]]\npath = \"boot\"\n");
+        daemon->Signal(SIGHUP);
+        ASSERT_TRUE(daemon->WaitForError("tftp: waiting up to 2 s for 1 transfer(s)")) << daemon->StandardError();
+        if (stop != 0)
+        {
+            daemon->Signal(stop);
+        }
+        const std::string cause = stop != 0 ? "the stop" : "the reload";
+        EXPECT_TRUE(daemon->WaitForError("tftp: download of `image.bin` (" + (root / "boot" / "image.bin").string() +
+                                         ") by " + client.Name() + " cut by " + cause))
+            << daemon->StandardError();
+        if (stop == 0)
+        {
+            EXPECT_TRUE(daemon->WaitForError("Reload done")) << daemon->StandardError();
+            daemon->Signal(SIGTERM);
+        }
+        EXPECT_EQ(daemon->WaitForExit(std::chrono::seconds(2)), 0) << daemon->StandardError();
+    }
+}
+
+TEST_F(DaemonProcessTest, ADownloadOfAFileTooLargeForTftpIsReportedOnce)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    // One block past what the 16-bit block number reaches; sparse, so it costs no disk.
+    Write(root / "boot" / "huge.bin", "");
+    fs::resize_file(root / "boot" / "huge.bin", 65536 * 512);
+    auto daemon = StartDaemon({"--config", Config(TftpConfig("boot")).string()});
+    Tftp("get image.bin");
+    VantrelTest::Shell("cd '" + (root / "client").string() + "' && timeout 1 tftp -m binary 127.0.0.1 -c get huge.bin");
+    const std::string line = "requested `huge.bin` (" + (root / "boot" / "huge.bin").string() + ", 33554432 bytes)";
+    EXPECT_TRUE(daemon->WaitForError(line)) << daemon->StandardError();
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+    const std::string log = daemon->StandardError();
+    EXPECT_EQ(log.find(line), log.rfind(line)) << log;
+    EXPECT_EQ(log.find("requested `image.bin`"), std::string::npos) << log;
+}
+
+TEST_F(DaemonProcessTest, SighupAfterALogrotateRenameWritesOnIntoANewFile)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path logFile = root / "netd.log";
+    auto daemon = std::make_unique<DaemonProcess>(
+        std::vector<std::string>{"--config", Config(TftpConfig("boot")).string(), "--log-file", logFile.string()});
+    const auto waitInLog = [&](const fs::path& file, const std::string& text) {
+        for (int attempt = 0; attempt < 250 && Read(file).find(text) == std::string::npos; ++attempt)
+        {
+            usleep(20000);
+        }
+        return Read(file).find(text) != std::string::npos;
+    };
+    ASSERT_TRUE(waitInLog(logFile, "TFTP server on"));
+    fs::rename(logFile, root / "netd.log.1");
+    daemon->Signal(SIGHUP);
+    EXPECT_TRUE(waitInLog(logFile, "Reload done")) << daemon->StandardError();
+    EXPECT_EQ(Read(root / "netd.log.1").find("SIGHUP"), std::string::npos);
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+    EXPECT_NE(Read(logFile).find("SIGTERM: stopping"), std::string::npos);
+}
+
+TEST_F(DaemonProcessTest, CheckOpensTheLogFileAsAStartWould)
+{
+    struct Case
+    {
+        std::vector<std::string> arguments;
+        std::string config;
+        std::vector<std::string> prefix;
+        int status;
+        std::string text;
+    };
+    const std::string given = (root / "given.log").string();
+    const std::string missing = (root / "absent" / "netd.log").string();
+    // Root's file, which another user may not append to.
+    Write(root / "root.log", "");
+    const std::vector<std::string> nobody{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    const Case cases[] = {
+        {{"--log-file", given}, "", {}, 0, "log file: " + given + " (from --log-file, opened for appending)"},
+        {{}, "[logging]\nfile = \"given.log\"\n", {}, 0, "log file: " + given + " (from the config"},
+        {{"--log-file", missing}, "", {}, 73, "vantrel-netd: cannot open log file " + missing + ": No such file"},
+        {{}, "[logging]\nfile = \"root.log\"\n", nobody, 73,
+         "vantrel-netd: cannot open log file " + (root / "root.log").string() + ": Permission denied"},
+    };
+    for (const Case& item : cases)
+    {
+        std::vector<std::string> arguments{"--config", Config(item.config + TftpConfig("boot")).string(), "--check"};
+        arguments.insert(arguments.end(), item.arguments.begin(), item.arguments.end());
+        std::string error;
+        std::string output;
+        EXPECT_EQ(DaemonProcess::Run(arguments, &error, &output, item.prefix), item.status) << error;
+        EXPECT_NE((item.status == 0 ? output : error).find(item.text), std::string::npos) << output << error;
+        if (item.status != 0)
+        {
+            ExpectOneLine(error);
+        }
+    }
+    EXPECT_TRUE(fs::exists(given));
 }
