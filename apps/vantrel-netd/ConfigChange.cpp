@@ -3,8 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <map>
-#include <tuple>
 
 namespace VantrelNetd
 {
