@@ -26,9 +26,10 @@ const char* const footer = R"(Examples:
   vantrel-netd --config site.toml --check       validate a config and show what would run
   vantrel-netd --config site.toml --user tftp   drop to user tftp once the ports are bound
 
-Signals: SIGINT and SIGTERM stop the servers and exit 0; SIGHUP re-reads the config.
+Signals: SIGINT and SIGTERM stop the servers and exit 0; SIGHUP reopens the log file and
+re-reads the config, restarting only the servers whose settings changed.
 Exit statuses: 0 clean stop, 1 runtime failure, 64 bad command line, 69 port in use,
-77 no privilege, 78 bad config.)";
+73 log file cannot be opened, 77 no privilege, 78 bad config.)";
 
 } // namespace
 
