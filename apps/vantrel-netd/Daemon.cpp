@@ -125,8 +125,12 @@ int Daemon::Check()
     std::fputs(config.Describe().c_str(), stdout);
     if (!logFile.empty())
     {
-        std::printf("log file: %s (%s, opened for appending)\n", logFile.c_str(),
-                    options.LogFile.empty() ? "from the config" : "from --log-file");
+        std::string origin = options.LogFile.empty() ? "from the config" : "from --log-file";
+        if (!options.LogFile.empty() && !config.Logging.File.empty())
+        {
+            origin += ", instead of the config's " + config.Logging.File;
+        }
+        std::printf("log file: %s (%s, opened for appending)\n", logFile.c_str(), origin.c_str());
     }
     for (const std::string& warning : config.Warnings)
     {
