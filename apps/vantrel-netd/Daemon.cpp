@@ -150,16 +150,22 @@ std::unique_ptr<ServerSet> Daemon::StartServers(const Config& config)
     ProbeBindings(servers->GetBindings(), {});
     servers->Start();
     tracker->SetReadEnabled(config.Tftp.Read);
-    if (config.Tftp.Enabled)
+    Announce(ServerSet::Server::Tftp, config);
+    Announce(ServerSet::Server::Bootp, config);
+    return servers;
+}
+
+void Daemon::Announce(ServerSet::Server server, const Config& config)
+{
+    if (server == ServerSet::Server::Tftp && config.Tftp.Enabled)
     {
         log.Info("TFTP server on UDP port 69: {0}", config.Tftp.HomePaths.front().Path);
     }
-    if (config.Bootp.Enabled)
+    if (server == ServerSet::Server::Bootp && config.Bootp.Enabled)
     {
         log.Info("BOOTP server on {0}:{1} with {2} table entries", config.Bootp.Address.ToString().GetStdString(),
                  config.Bootp.Port, config.Bootp.Hosts.size());
     }
-    return servers;
 }
 
 void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
@@ -224,6 +230,7 @@ void Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& ca
     {
         candidate.Start(server);
         running.Adopt(server, candidate);
+        Announce(server, running.GetConfig());
     }
     catch (const DaemonExit& error)
     {

@@ -36,6 +36,7 @@ private:
     void ApplyLogging(const Config& config);
     void Warn(const Config& config, const ServerSet& servers);
     std::unique_ptr<ServerSet> StartServers(const Config& config);
+    void Announce(ServerSet::Server server, const Config& config);
     void Reload(ServerSet& running, Config& current, SignalWaiter& signals);
     void Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate);
     bool WaitForTransfers(const TftpSection& tftp, SignalWaiter& signals);
