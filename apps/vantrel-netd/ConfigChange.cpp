@@ -99,10 +99,11 @@ void CompareHosts(std::vector<std::string>& changes, const std::vector<BootpHost
         }
     }
     // The library's table search depends on the order of its entries.
-    const bool sameOrder = before.size() == after.size() &&
-                           std::equal(before.begin(), before.end(), after.begin(), [](const auto& left, const auto& right) {
-                               return left.MacAddress == right.MacAddress;
-                           });
+    const auto sameAddress = [](const BootpHost& left, const BootpHost& right) {
+        return left.MacAddress == right.MacAddress;
+    };
+    const bool sameOrder =
+        before.size() == after.size() && std::equal(before.begin(), before.end(), after.begin(), sameAddress);
     if (added == 0 && removed == 0 && !sameOrder)
     {
         changes.emplace_back("hosts reordered");

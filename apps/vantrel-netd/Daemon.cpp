@@ -253,7 +253,8 @@ bool Daemon::WaitForTransfers(const TftpSection& tftp, SignalWaiter& signals)
                      running.size());
             announced = true;
         }
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0)
         {
             break;
