@@ -385,7 +385,8 @@ TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
     // A client that never acknowledges holds its transfer open: with retries above what it was sent,
     // the library keeps the session.
     const std::string stalled = "[tftp]\ntimeout = 1\nretries = 5\n[[tftp.home]]\npath = \"boot\"\n";
-    for (const int stop : {0, SIGTERM})
+    // A signal that comes during the wait: none, a second SIGHUP (one more reload after this one), a stop.
+    for (const int during : {0, SIGHUP, SIGTERM})
     {
         auto daemon = StartDaemon({"--config", Config(stalled).string()});
         VantrelTest::Tftp::UdpClient client;
@@ -394,19 +395,25 @@ TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
         Config("[tftp]\ntimeout = 2\nretries = 5\n[[tftp.home]]\npath = \"boot\"\n");
         daemon->Signal(SIGHUP);
         ASSERT_TRUE(daemon->WaitForError("tftp: waiting up to 2 s for 1 transfer(s)")) << daemon->StandardError();
-        if (stop != 0)
+        if (during != 0)
         {
-            daemon->Signal(stop);
+            daemon->Signal(during);
         }
-        const std::string cause = stop != 0 ? "the stop" : "the reload";
+        const std::string cause = during == SIGTERM ? "the stop" : "the reload";
         EXPECT_TRUE(daemon->WaitForError("tftp: download of `image.bin` (" + (root / "boot" / "image.bin").string() +
                                          ") by " + client.Name() + " cut by " + cause))
             << daemon->StandardError();
-        if (stop == 0)
+        if (during != SIGTERM)
         {
             EXPECT_TRUE(daemon->WaitForError("Reload done")) << daemon->StandardError();
-            daemon->Signal(SIGTERM);
         }
+        if (during == SIGHUP)
+        {
+            const std::size_t first = daemon->StandardError().find("Reload done");
+            EXPECT_TRUE(daemon->WaitForError("Reload: bootp unchanged; tftp unchanged", std::chrono::seconds(5), first))
+                << daemon->StandardError();
+        }
+        daemon->Signal(SIGTERM);
         EXPECT_EQ(daemon->WaitForExit(std::chrono::seconds(2)), 0) << daemon->StandardError();
     }
 }
