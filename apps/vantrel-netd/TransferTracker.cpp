@@ -18,13 +18,15 @@ namespace
 using Qib::System::Commons::Diagnostics::Logging::LogRecord;
 
 // The TFTP server's records that start or end a transfer, and which argument holds the client's
-// address (its port is the next one).
+// address (its port is the next one); NoClient where the record does not name the client.
 struct Recognised
 {
     const char* pattern;
     TransferTracker::Kind kind;
     std::size_t clientArgument;
 };
+
+constexpr std::size_t NoClient = static_cast<std::size_t>(-1);
 
 using Kind = TransferTracker::Kind;
 
@@ -39,7 +41,7 @@ const std::array<Recognised, 10> recognised{{
     {"Client {0}:{1} has transmitted an unexpected block number: {2}", Kind::Ended, 0},
     {"Client {0}:{1} attempt to write {2}. Write is disabled.", Kind::Ended, 0},
     {"Client {0}:{1} attempt to write {2}. Overwrite is disabled.", Kind::Ended, 0},
-    {"Failed to open file for writing: {0}", Kind::PartFileFailed, 0},
+    {"Failed to open file for writing: {0}", Kind::PartFileFailed, NoClient},
 }};
 
 const std::string& TftpLoggerName()
@@ -74,7 +76,8 @@ void TransferTracker::Observe(const LogRecord& record)
     {
         if (record.Template == entry.pattern)
         {
-            if (record.Arguments.size() < entry.clientArgument + 2)
+            const std::size_t needed = entry.clientArgument == NoClient ? 1 : entry.clientArgument + 2;
+            if (record.Arguments.size() < needed)
             {
                 return;
             }
@@ -148,7 +151,9 @@ void TransferTracker::Work()
 void TransferTracker::Handle(const Event& event)
 {
     const std::vector<std::string>& arguments = event.arguments;
-    const std::string client = arguments[event.clientArgument] + ":" + arguments[event.clientArgument + 1];
+    const std::string client = event.clientArgument == NoClient
+                                   ? std::string()
+                                   : arguments[event.clientArgument] + ":" + arguments[event.clientArgument + 1];
     switch (event.kind)
     {
     case Kind::ReadRequest:
