@@ -33,7 +33,8 @@ TEST(TransferTrackerTest, RequestsStartTransfersThatTheirEndingRecordsEnd)
     const std::string missing = (home / "absent.bin").string();
     const std::string upload = (home / "up.bin").string();
 
-    const LogRecord read = Record("Client {0}:{1} read request `{2}` -> `{3}`", {"10.0.0.1", "1000", "image.bin", file});
+    const LogRecord read =
+        Record("Client {0}:{1} read request `{2}` -> `{3}`", {"10.0.0.1", "1000", "image.bin", file});
     const LogRecord write = Record("Client {0}:{1} read request `{2}` -> ``", {"10.0.0.1", "1000", "up.bin", upload});
     struct Case
     {
