@@ -7,6 +7,7 @@
 #include "PortProbe.hpp"
 #include "PrivilegeDrop.hpp"
 #include "SignalWaiter.hpp"
+#include "SystemdNotifier.hpp"
 
 #include <fmt/format.h>
 
@@ -59,8 +60,12 @@ Config Daemon::LoadConfig() const
 void Daemon::ApplyLogging(const Config& config)
 {
     const int level = options.LogLevel >= 0 ? options.LogLevel : config.Logging.Level;
-    const std::string& file = !options.LogFile.empty() ? options.LogFile : config.Logging.File;
-    daemonLog.Apply(level, file);
+    if (!options.LogFile.empty())
+    {
+        daemonLog.Apply(level, LogTarget::File, options.LogFile);
+        return;
+    }
+    daemonLog.Apply(level, config.Logging.Target, config.Logging.File);
 }
 
 void Daemon::Warn(const Config& config, const ServerSet& servers)
@@ -174,17 +179,23 @@ int Daemon::Run()
         log.Info("Running as user {0} (uid {1}, gid {2})", account->Name, account->Uid, account->Gid);
     }
 
+    const SystemdNotifier systemd;
+    systemd.Ready();
     for (;;)
     {
         const int signal = signals.Wait(std::chrono::seconds(1));
+        systemd.KeepAlive();
         if (signal == SIGINT || signal == SIGTERM)
         {
             log.Info("{0}: stopping", signal == SIGINT ? "SIGINT" : "SIGTERM");
+            systemd.Stopping();
             break;
         }
         if (signal == SIGHUP)
         {
+            systemd.Reloading();
             Reload(servers, config);
+            systemd.Ready();
         }
     }
     servers.reset();

@@ -1,7 +1,8 @@
-// Where the daemon's and the library's log records go: standard error or a file, at one level.
+// Where the daemon's and the library's log records go: standard error, the journal or a file, at one level.
 #include "DaemonLog.hpp"
 
 #include "ExitStatus.hpp"
+#include "JournalFormat.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
@@ -31,13 +32,21 @@ DaemonLog::~DaemonLog()
     LogManager::ResetSink();
 }
 
-void DaemonLog::Apply(int level, const std::string& newFile)
+void DaemonLog::Apply(int level, LogTarget newTarget, const std::string& newFile)
 {
-    if (newFile != file)
+    if (newTarget != target || newFile != file)
     {
-        if (newFile.empty())
+        if (newTarget == LogTarget::StandardError)
         {
             LogManager::ResetSink();
+        }
+        else if (newTarget == LogTarget::Journal)
+        {
+            LogManager::SetSink([](const LogRecord& record) {
+                const std::string line = JournalFormat::Line(record);
+                std::fwrite(line.data(), 1, line.size(), stderr);
+                std::fflush(stderr);
+            });
         }
         else
         {
@@ -55,6 +64,7 @@ void DaemonLog::Apply(int level, const std::string& newFile)
                 std::fflush(stream.get());
             });
         }
+        target = newTarget;
         file = newFile;
     }
     LogManager::SetLevel(level);
