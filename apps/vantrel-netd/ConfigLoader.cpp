@@ -694,7 +694,7 @@ Config ConfigLoader::BuiltIn(const std::string& tftpRoot)
                              fmt::format("cannot create the TFTP folder {}: {}", rootText, error.message()));
         }
         std::ofstream sample(root / "hello.txt");
-        sample << "Hello from vantrel-netd. Fetch me with: tftp 127.0.0.1 -c get hello.txt\n";
+        sample << "Hello from vantrel-netd. Fetch me with: tftp -m binary 127.0.0.1 -c get hello.txt\n";
         if (!sample)
         {
             throw DaemonExit(RuntimeFailure, fmt::format("cannot write the sample file in {}", rootText));
