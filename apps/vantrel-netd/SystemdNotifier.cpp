@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 #include <systemd/sd-daemon.h>
 
+#include <cstdint>
 #include <ctime>
-#include <string>
 
 namespace VantrelNetd
 {
@@ -25,10 +25,7 @@ std::uint64_t MonotonicMicroseconds()
 SystemdNotifier::SystemdNotifier()
 {
     std::uint64_t interval = 0;
-    if (::sd_watchdog_enabled(0, &interval) > 0)
-    {
-        watchdogInterval = std::chrono::microseconds(interval);
-    }
+    watchdog = ::sd_watchdog_enabled(0, &interval) > 0;
 }
 
 void SystemdNotifier::Ready() const
@@ -49,7 +46,7 @@ void SystemdNotifier::Stopping() const
 
 void SystemdNotifier::KeepAlive() const
 {
-    if (watchdogInterval.count() > 0)
+    if (watchdog)
     {
         Send("WATCHDOG=1");
     }

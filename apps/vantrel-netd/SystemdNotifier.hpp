@@ -1,8 +1,6 @@
 // Tells systemd (Type=notify) when the daemon is ready, reloading or stopping, and keeps its watchdog fed.
 #pragma once
 
-#include <chrono>
-
 namespace VantrelNetd
 {
 
@@ -21,13 +19,11 @@ public:
     /// Feeds the watchdog (WatchdogSec= in the unit); call at least every second.
     void KeepAlive() const;
 
-    /// The watchdog interval systemd asked for; zero when there is no watchdog.
-    std::chrono::microseconds GetWatchdogInterval() const { return watchdogInterval; }
-
 private:
     void Send(const char* state) const;
 
-    std::chrono::microseconds watchdogInterval{0};
+    /// Whether systemd watches this process (WATCHDOG_USEC set for it).
+    bool watchdog = false;
 };
 
 } // namespace VantrelNetd
