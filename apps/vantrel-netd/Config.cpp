@@ -65,8 +65,9 @@ std::string Config::Describe() const
 {
     std::string text;
     text += fmt::format("config: {}\n", SourceFile.empty() ? "(built-in default)" : SourceFile);
+    const char* const targets[] = {"standard error", "the journal (standard error with priorities)", ""};
     text += fmt::format("logging: level {}, to {}\n", LogLevelName(Logging.Level),
-                        Logging.File.empty() ? "standard error" : Logging.File);
+                        Logging.Target == LogTarget::File ? Logging.File : targets[static_cast<int>(Logging.Target)]);
     if (Tftp.Enabled)
     {
         text += fmt::format("tftp: on, UDP port 69, read {}, write {}, overwrite {}, timeout {} s, retries {}, "

@@ -73,11 +73,21 @@ struct BootpSection
     std::vector<BootpHost> Hosts;
 };
 
+/// Where log lines go: standard error as plain lines, standard error with the journal's priority
+/// prefixes (under systemd), or an appended file.
+enum class LogTarget
+{
+    StandardError,
+    Journal,
+    File,
+};
+
 struct LoggingSection
 {
     /// Host log level number: 0 off, 3 error, 5 warning, 6 info, 7 debug, 8 trace.
     int Level = 6;
-    /// Log file to append to; empty writes to standard error.
+    LogTarget Target = LogTarget::StandardError;
+    /// Log file to append to, with LogTarget::File.
     std::string File;
 };
 

@@ -259,7 +259,7 @@ private:
 
     void ReadLogging(const toml::table& table, LoggingSection& logging)
     {
-        RequireKnownKeys(table, "logging", {"level", "file"});
+        RequireKnownKeys(table, "logging", {"level", "target", "file"});
         if (const toml::node* node = table.get("level"))
         {
             const std::string& name = *String(*node, "logging.level");
@@ -289,7 +289,35 @@ private:
                 Fail(node->source(), "logging.file", fmt::format("\"{}\" is a directory", path.string()));
             }
             logging.File = path.string();
+            logging.Target = LogTarget::File;
         }
+        if (const toml::node* node = table.get("target"))
+        {
+            ReadLogTarget(*node, logging);
+        }
+    }
+
+    // "file" is implied by a file name; the other targets take none.
+    void ReadLogTarget(const toml::node& node, LoggingSection& logging) const
+    {
+        const std::string& name = *String(node, "logging.target");
+        const bool hasFile = !logging.File.empty();
+        if (name == "file" && !hasFile)
+        {
+            Fail(node.source(), "logging.target", "\"file\" needs logging.file, the file to append to");
+        }
+        if ((name == "stderr" || name == "journal") && hasFile)
+        {
+            Fail(node.source(), "logging.target",
+                 fmt::format("\"{}\" writes no file: leave logging.file out, or give target = \"file\"", name));
+        }
+        if (name != "file" && name != "stderr" && name != "journal")
+        {
+            Fail(node.source(), "logging.target",
+                 fmt::format("unknown target \"{}\" (give stderr, journal or file)", name));
+        }
+        logging.Target = name == "journal" ? LogTarget::Journal : name == "file" ? LogTarget::File
+                                                                                 : LogTarget::StandardError;
     }
 
     void ReadTftp(const toml::table& table, TftpSection& tftp)
@@ -666,7 +694,7 @@ Config ConfigLoader::BuiltIn(const std::string& tftpRoot)
                              fmt::format("cannot create the TFTP folder {}: {}", rootText, error.message()));
         }
         std::ofstream sample(root / "hello.txt");
-        sample << "Hello from vantrel-netd. Fetch me with: tftp 127.0.0.1 -c get hello.txt\n";
+        sample << "Hello from vantrel-netd. Fetch me with: tftp -m binary 127.0.0.1 -c get hello.txt\n";
         if (!sample)
         {
             throw DaemonExit(RuntimeFailure, fmt::format("cannot write the sample file in {}", rootText));

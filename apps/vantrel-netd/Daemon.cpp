@@ -8,6 +8,7 @@
 #include "PortProbe.hpp"
 #include "PrivilegeDrop.hpp"
 #include "SignalWaiter.hpp"
+#include "SystemdNotifier.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogLevel.hpp"
 #include "Qib/System/Commons/Threading/Thread.hpp"
@@ -98,7 +99,8 @@ std::string Daemon::LogFileOf(const Config& config) const
 void Daemon::ApplyLogging(const Config& config)
 {
     const int level = options.LogLevel >= 0 ? options.LogLevel : config.Logging.Level;
-    daemonLog.Apply(level, LogFileOf(config));
+    const LogTarget target = !options.LogFile.empty() ? LogTarget::File : config.Logging.Target;
+    daemonLog.Apply(level, target, LogFileOf(config));
 }
 
 void Daemon::Warn(const Config& config, const ServerSet& servers)
@@ -326,21 +328,27 @@ int Daemon::Run()
         log.Info("Running as user {0} (uid {1}, gid {2})", account->Name, account->Uid, account->Gid);
     }
 
+    const SystemdNotifier systemd;
+    systemd.Ready();
     while (stopSignal == 0)
     {
         // A SIGHUP taken while a reload waited for transfers asks for one more reload.
         const int signal = reloadAgain ? SIGHUP : signals.Wait(std::chrono::seconds(1));
         reloadAgain = false;
+        systemd.KeepAlive();
         if (IsStop(signal))
         {
             stopSignal = signal;
         }
         else if (signal == SIGHUP)
         {
+            systemd.Reloading();
             Reload(*servers, config, signals);
+            systemd.Ready();
         }
     }
     log.Info("{0}: stopping", stopSignal == SIGINT ? "SIGINT" : "SIGTERM");
+    systemd.Stopping();
     servers.reset();
     ReportCutTransfers("the stop");
     host.Stop();

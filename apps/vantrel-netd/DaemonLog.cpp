@@ -1,7 +1,8 @@
-// Where the daemon's and the library's log records go: standard error or a file, at one level.
+// Where the daemon's and the library's log records go: standard error, the journal or a file, at one level.
 #include "DaemonLog.hpp"
 
 #include "ExitStatus.hpp"
+#include "JournalFormat.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
@@ -42,13 +43,15 @@ std::shared_ptr<std::FILE> DaemonLog::OpenFile(const std::string& path)
     return std::shared_ptr<std::FILE>(raw, FileCloser());
 }
 
-void DaemonLog::Apply(int newLevel, const std::string& newFile)
+void DaemonLog::Apply(int newLevel, LogTarget newTarget, const std::string& newFile)
 {
-    if (newFile != file)
+    const std::string fileWanted = newTarget == LogTarget::File ? newFile : std::string();
+    if (fileWanted != file)
     {
-        stream = newFile.empty() ? nullptr : OpenFile(newFile);
-        file = newFile;
+        stream = fileWanted.empty() ? nullptr : OpenFile(fileWanted);
+        file = fileWanted;
     }
+    target = newTarget;
     level = newLevel;
     InstallSink();
 }
@@ -73,7 +76,8 @@ void DaemonLog::InstallSink()
 {
     // The sink keeps its own copies: a stream replaced here is closed once the last record written
     // through it is done. Records are written one at a time under the log manager's lock.
-    LogManager::SetSink([shown = level, target = stream, watcher = observer](const LogRecord& record) {
+    const bool journal = target == LogTarget::Journal;
+    LogManager::SetSink([shown = level, journal, out = stream, watcher = observer](const LogRecord& record) {
         if (watcher)
         {
             watcher(record);
@@ -82,10 +86,10 @@ void DaemonLog::InstallSink()
         {
             return;
         }
-        std::FILE* out = target ? target.get() : stderr;
-        const std::string line = LogManager::FormatLine(record) + "\n";
-        std::fwrite(line.data(), 1, line.size(), out);
-        std::fflush(out);
+        std::FILE* destination = out ? out.get() : stderr;
+        const std::string line = journal ? JournalFormat::Line(record) : LogManager::FormatLine(record) + "\n";
+        std::fwrite(line.data(), 1, line.size(), destination);
+        std::fflush(destination);
     });
     LogManager::SetLevel(std::max(level, observedLevel));
 }

@@ -1,5 +1,7 @@
-// Where the daemon's and the library's log records go: standard error or a file, at one level.
+// Where the daemon's and the library's log records go: standard error, the journal or a file, at one level.
 #pragma once
+
+#include "Config.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogRecord.hpp"
 
@@ -12,9 +14,10 @@ namespace VantrelNetd
 {
 
 /// Routes the host logging to standard error or to an appended file, one line per record with time,
-/// level, logger and message. An observer may see every record the host writes, also those below the
-/// user's level: the host level is kept at least at the observer's, and the sink shows the user only
-/// what their level asks for. Used from the main thread only; the sink itself is safe from any thread.
+/// level, logger and message, or to the journal through standard error with priority prefixes. An
+/// observer may see every record the host writes, also those below the user's level: the host level
+/// is kept at least at the observer's, and the sink shows the user only what their level asks for.
+/// Used from the main thread only; the sink itself is safe from any thread.
 class DaemonLog
 {
 public:
@@ -26,10 +29,10 @@ public:
     DaemonLog(const DaemonLog&) = delete;
     DaemonLog& operator=(const DaemonLog&) = delete;
 
-    /// Sets the user's level and the destination (empty file: standard error); a file is opened only
-    /// when it differs from the current one. Throws DaemonExit when the file cannot be opened; the
-    /// previous destination then stays.
-    void Apply(int level, const std::string& file);
+    /// Sets the user's level and the destination (`file` only with LogTarget::File); a file is opened
+    /// only when it differs from the current one. Throws DaemonExit when the file cannot be opened;
+    /// the previous destination then stays.
+    void Apply(int level, LogTarget target, const std::string& file);
     /// Hands every record at or below `level` to `observer`, on the thread that writes it; the observer
     /// must return at once. An empty observer ends the observation.
     void Observe(Observer observer, int level);
@@ -37,7 +40,7 @@ public:
     /// cannot be opened; the previous stream then stays.
     void Reopen();
 
-    /// The file written to, or empty for standard error.
+    /// The file written to, or empty for standard error and the journal.
     const std::string& GetFile() const { return file; }
 
     /// Opens `path` for appending, as the daemon writes its log. Throws DaemonExit (73) with one line.
@@ -46,6 +49,7 @@ public:
 private:
     void InstallSink();
 
+    LogTarget target = LogTarget::StandardError;
     std::string file;
     std::shared_ptr<std::FILE> stream;
     int level = 6;

@@ -214,6 +214,10 @@ TEST_F(ConfigLoaderTest, ErrorsNameFileLineColumnAndKey)
         {minimalTftp + "[bootp]\nport = 69\n", "site.toml:5:8: bootp.port: port 69 is the TFTP server's port"},
         {"[logging]\nlevel = \"loud\"\n", "site.toml:2:9: logging.level: unknown level \"loud\""},
         {minimalTftp + "[logging]\nfile = \"nowhere/x.log\"\n", "logging.file: directory \""},
+        {minimalTftp + "[logging]\ntarget = \"syslog\"\n", "site.toml:5:10: logging.target: unknown target \"syslog\""},
+        {minimalTftp + "[logging]\ntarget = \"file\"\n", "logging.target: \"file\" needs logging.file"},
+        {minimalTftp + "[logging]\ntarget = \"journal\"\nfile = \"logs/d.log\"\n",
+         "logging.target: \"journal\" writes no file"},
         {"[tftp]\nenabled = false\n", "site.toml: nothing to run"},
         {"[tftp\n", "site.toml:1:6: "},
         {"a = 1\na = 2\n", "site.toml:2:"},
@@ -281,6 +285,22 @@ address = "10.77.0.1"
               std::string::npos)
         << warnings;
     EXPECT_EQ(config.Warnings.size(), 6U) << warnings;
+}
+
+TEST_F(ConfigLoaderTest, TheLogTargetIsStandardErrorUnlessAFileOrTheJournalIsNamed)
+{
+    using VantrelNetd::LogTarget;
+    const std::pair<std::string, LogTarget> cases[] = {
+        {"", LogTarget::StandardError},
+        {"target = \"stderr\"\n", LogTarget::StandardError},
+        {"target = \"journal\"\n", LogTarget::Journal},
+        {"file = \"logs/d.log\"\n", LogTarget::File},
+        {"target = \"file\"\nfile = \"logs/d.log\"\n", LogTarget::File},
+    };
+    for (const auto& [keys, target] : cases)
+    {
+        EXPECT_EQ(Load(minimalTftp + "[logging]\n" + keys).Logging.Target, target) << keys;
+    }
 }
 
 TEST_F(ConfigLoaderTest, FilePathsAreTakenFromTheConfigFilesFolder)

@@ -86,10 +86,15 @@ TEST_F(InstalledPackageTest, TheConsumerExampleBuildsAgainstTheInstalledPackageA
 
     // The installed daemon loads the library from the install layout beside it.
     const std::string daemon = (prefix / "bin" / "vantrel-netd").string();
-    ASSERT_EQ(Run("PKG_CONFIG_PATH='" + (prefix / "lib" / "pkgconfig").string() +
-                  "' pkg-config --exists --print-errors VantrelBaseNet"),
+    // Built through pkg-config, the consumer finds the libraries of the prefix without LD_LIBRARY_PATH: run
+    // without arguments, it gets as far as its usage line (64).
+    const std::string viaPkgConfig = (root / "consumer-pkg-config").string();
+    ASSERT_EQ(Run("'" VANTREL_CXX_COMPILER "' -std=c++17 " VANTREL_CONSUMER_CXX_FLAGS " -o '" + viaPkgConfig +
+                  "' '" VANTREL_SOURCE_DIRECTORY "/examples/consumer/main.cpp' $(PKG_CONFIG_PATH='" +
+                  (prefix / "lib" / "pkgconfig").string() + "' pkg-config --cflags --libs VantrelBaseNet)"),
               0)
         << CommandLog();
+    EXPECT_EQ(Shell("env -u LD_LIBRARY_PATH '" + viaPkgConfig + "' >/dev/null 2>&1"), 64);
     std::ofstream(root / "netd.toml") << "[tftp]\n[[tftp.home]]\npath = \"served\"\n";
     ASSERT_EQ(Shell(daemon + " --config '" + (root / "netd.toml").string() + "' >'" + (root / "daemon.log").string() +
                     "' 2>&1 & echo $! >'" + (root / "daemon.pid").string() + "'"),
