@@ -67,6 +67,7 @@ std::string Config::Describe() const
     text += fmt::format("config: {}\n", SourceFile.empty() ? "(built-in default)" : SourceFile);
     text += fmt::format("logging: level {}, to {}\n", LogLevelName(Logging.Level),
                         Logging.File.empty() ? "standard error" : Logging.File);
+    text += fmt::format("daemon: confine {}\n", OnOff(Confine));
     if (Tftp.Enabled)
     {
         text += fmt::format("tftp: on, UDP port 69, read {}, write {}, overwrite {}, timeout {} s, retries {}, "

@@ -2,17 +2,22 @@
 #include "Daemon.hpp"
 
 #include "ConfigLoader.hpp"
+#include "Confinement.hpp"
+#include "DeploymentChecks.hpp"
 #include "ExitStatus.hpp"
+#include "KeptFolders.hpp"
 #include "LibraryHost.hpp"
+#include "PartFileSweeper.hpp"
 #include "PortProbe.hpp"
-#include "PrivilegeDrop.hpp"
 #include "SignalWaiter.hpp"
+
+#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
 #include <fmt/format.h>
 
 #include <csignal>
 #include <cstdio>
-#include <optional>
+#include <filesystem>
 
 #ifndef VANTREL_NETD_VERSION
 #define VANTREL_NETD_VERSION "unknown"
@@ -23,6 +28,8 @@ namespace VantrelNetd
 
 namespace
 {
+
+using Qib::System::Commons::Diagnostics::Logging::LogManager;
 
 // Probes every binding that none of `held` covers: those can be checked while `held` still runs.
 void ProbeBindings(const std::vector<ServerSet::Binding>& bindings, const std::vector<ServerSet::Binding>& held)
@@ -41,10 +48,20 @@ void ProbeBindings(const std::vector<ServerSet::Binding>& bindings, const std::v
     }
 }
 
+// Paths given on the command line, made absolute while the working folder is still the user's.
+std::string Absolute(const std::string& path)
+{
+    std::error_code error;
+    return path.empty() ? path : std::filesystem::absolute(path, error).lexically_normal().string();
+}
+
 } // namespace
 
 Daemon::Daemon(Options options) : options(std::move(options))
 {
+    this->options.ConfigFile = Absolute(this->options.ConfigFile);
+    this->options.LogFile = Absolute(this->options.LogFile);
+    this->options.TftpRoot = Absolute(this->options.TftpRoot);
 }
 
 Config Daemon::LoadConfig() const
@@ -63,13 +80,20 @@ void Daemon::ApplyLogging(const Config& config)
     daemonLog.Apply(level, file);
 }
 
+std::vector<std::string> Daemon::Warnings(const Config& config, const ServerSet& servers) const
+{
+    std::vector<std::string> warnings = config.Warnings;
+    warnings.insert(warnings.end(), servers.GetWarnings().begin(), servers.GetWarnings().end());
+    for (std::string& warning : DeploymentChecks::Run(config, account))
+    {
+        warnings.push_back(std::move(warning));
+    }
+    return warnings;
+}
+
 void Daemon::Warn(const Config& config, const ServerSet& servers)
 {
-    for (const std::string& warning : config.Warnings)
-    {
-        log.Warning("{0}", warning);
-    }
-    for (const std::string& warning : servers.GetWarnings())
+    for (const std::string& warning : Warnings(config, servers))
     {
         log.Warning("{0}", warning);
     }
@@ -78,18 +102,50 @@ void Daemon::Warn(const Config& config, const ServerSet& servers)
 int Daemon::Check()
 {
     const Config config = LoadConfig();
+    if (!options.User.empty())
+    {
+        account = PrivilegeDrop::Lookup(options.User);
+    }
     const ServerSet servers(config);
     std::fputs(config.Describe().c_str(), stdout);
-    for (const std::string& warning : config.Warnings)
-    {
-        std::printf("warning: %s\n", warning.c_str());
-    }
-    for (const std::string& warning : servers.GetWarnings())
+    for (const std::string& warning : Warnings(config, servers))
     {
         std::printf("warning: %s\n", warning.c_str());
     }
     std::printf("config OK\n");
     return CleanStop;
+}
+
+void Daemon::Confine(const Config& config)
+{
+    // The files the daemon opens again later stay reachable through their folders.
+    if (!options.ConfigFile.empty())
+    {
+        KeptFolders::Keep(std::filesystem::path(options.ConfigFile).parent_path().string());
+    }
+    const std::string& logFile = !options.LogFile.empty() ? options.LogFile : config.Logging.File;
+    if (!logFile.empty())
+    {
+        KeptFolders::Keep(std::filesystem::path(logFile).parent_path().string());
+    }
+    if (!config.Confine)
+    {
+        log.Warning("daemon.confine is false: a TFTP request with \"..\" reaches every file the daemon's user may "
+                    "read or write outside the home folders");
+        return;
+    }
+    // The view is built while the main thread is the only one, the log writer included.
+    LogManager::Flush();
+    const std::string reason = Confinement::Enter(Confinement::For(config, Confinement::DefaultKeptPaths()));
+    if (!reason.empty())
+    {
+        log.Warning("Not confined ({0}): a TFTP request with \"..\" reaches every file the daemon's user may read "
+                    "or write outside the home folders; start as root, or sandbox it (see docs/daemon.md)",
+                    reason);
+        return;
+    }
+    log.Info("Confined: the file system holds only the home folders ({0})",
+             config.Tftp.Enabled && config.Tftp.Write ? "read-write" : "read-only");
 }
 
 std::unique_ptr<ServerSet> Daemon::StartServers(const Config& config)
@@ -117,6 +173,11 @@ void Daemon::Reload(std::unique_ptr<ServerSet>& running, Config& current)
     try
     {
         next = LoadConfig();
+        const std::string confined = Confinement::RefuseChange(Confinement::For(*next, {}));
+        if (!confined.empty())
+        {
+            throw DaemonExit(BadConfig, confined);
+        }
         candidate = std::make_unique<ServerSet>(*next);
         // Ports the running servers do not hold can be checked before anything is stopped.
         ProbeBindings(candidate->GetBindings(), running->GetBindings());
@@ -150,7 +211,6 @@ int Daemon::Run()
     SignalWaiter signals;
 
     Config config = LoadConfig();
-    std::optional<PrivilegeDrop::Account> account;
     if (!options.User.empty())
     {
         account = PrivilegeDrop::Lookup(options.User);
@@ -163,19 +223,25 @@ int Daemon::Run()
     Warn(config, *servers);
     servers.reset();
 
+    // The library is loaded while its file is in sight; the view is confined and the user switched
+    // before any server thread exists.
     LibraryHost host;
     host.Start();
     log.Info("vantrel-netd {0} hosting {1}", VANTREL_NETD_VERSION, host.GetLibraryPath());
-    servers = StartServers(config);
-
+    Confine(config);
     if (account)
     {
+        LogManager::Flush();
         PrivilegeDrop::To(*account);
         log.Info("Running as user {0} (uid {1}, gid {2})", account->Name, account->Uid, account->Gid);
     }
+    auto sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
+    sweeper->SweepAll();
+    servers = StartServers(config);
 
     for (;;)
     {
+        sweeper->Pass();
         const int signal = signals.Wait(std::chrono::seconds(1));
         if (signal == SIGINT || signal == SIGTERM)
         {
@@ -185,6 +251,7 @@ int Daemon::Run()
         if (signal == SIGHUP)
         {
             Reload(servers, config);
+            sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
         }
     }
     servers.reset();

@@ -4,11 +4,13 @@
 #include "CommandLine.hpp"
 #include "Config.hpp"
 #include "DaemonLog.hpp"
+#include "PrivilegeDrop.hpp"
 #include "ServerSet.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
 
 #include <memory>
+#include <optional>
 
 namespace VantrelNetd
 {
@@ -32,12 +34,16 @@ public:
 private:
     Config LoadConfig() const;
     void ApplyLogging(const Config& config);
+    std::vector<std::string> Warnings(const Config& config, const ServerSet& servers) const;
     void Warn(const Config& config, const ServerSet& servers);
+    void Confine(const Config& config);
     std::unique_ptr<ServerSet> StartServers(const Config& config);
     void Reload(std::unique_ptr<ServerSet>& running, Config& current);
 
     Options options;
     DaemonLog daemonLog;
+    /// The user the servers run as, when --user names one.
+    std::optional<PrivilegeDrop::Account> account;
 };
 
 } // namespace VantrelNetd
