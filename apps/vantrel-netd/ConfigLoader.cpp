@@ -301,6 +301,13 @@ private:
             }
             const fs::path path = Resolve(text);
             std::error_code error;
+            if (!KeptFolders::IsFolder(path.parent_path().string()) && Confinement::IsActive())
+            {
+                Fail(node->source(), "logging.file",
+                     fmt::format("directory \"{}\" is not the log folder the confined daemon was started with: "
+                                 "restart vantrel-netd to log there",
+                                 path.parent_path().string()));
+            }
             if (!KeptFolders::IsFolder(path.parent_path().string()))
             {
                 Fail(node->source(), "logging.file",
