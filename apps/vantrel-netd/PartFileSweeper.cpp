@@ -86,7 +86,7 @@ void PartFileSweeper::Visit(const FolderWalk::File& file)
     {
         log.Info("Removed {0}: no upload has written it for {1} s (the limit is {2} s)", file.Path, idle, age.count());
     }
-    else if (errno != ENOENT)
+    else if (errno != ENOENT && unremovable.insert(file.Path).second)
     {
         log.Warning("Cannot remove the stale {0}: {1}", file.Path, std::strerror(errno));
     }

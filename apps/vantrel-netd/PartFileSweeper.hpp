@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,8 @@ private:
     std::vector<std::string> homes;
     std::chrono::seconds age{0};
     std::unique_ptr<FolderWalk> walk;
+    /// Files that could not be removed, reported once each.
+    std::set<std::string> unremovable;
     std::chrono::steady_clock::time_point nextWalk;
 };
 
