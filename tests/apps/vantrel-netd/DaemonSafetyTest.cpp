@@ -225,6 +225,8 @@ TEST_F(DaemonSafetyTest, StalledReadRequestsEndWithinTheTimeOutByDefault)
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
     const std::string log = daemon->StandardError();
+    RecordProperty("SecondsUntilAllTimedOut",
+                   std::to_string(std::chrono::duration<double>(std::chrono::steady_clock::now() - sent).count()));
     EXPECT_EQ(Count(log, " timed out"), static_cast<std::size_t>(Requests)) << log.substr(log.size() - 2000);
     for (const auto& client : clients)
     {
