@@ -83,17 +83,24 @@ std::size_t CountThreads()
     return count;
 }
 
+#if defined(__has_feature)
+#define VANTREL_NETD_HAS_FEATURE(feature) __has_feature(feature)
+#else
+#define VANTREL_NETD_HAS_FEATURE(feature) 0
+#endif
+
 // The thread sanitizer's runtime may keep a thread of its own; it never touches files.
-#if defined(__SANITIZE_THREAD__)
-constexpr std::size_t RuntimeThreads = 1;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
+#if defined(__SANITIZE_THREAD__) || VANTREL_NETD_HAS_FEATURE(thread_sanitizer)
 constexpr std::size_t RuntimeThreads = 1;
 #else
 constexpr std::size_t RuntimeThreads = 0;
 #endif
+
+// The leak checker of the address sanitizer lists the process's threads in /proc at exit.
+#if defined(__SANITIZE_ADDRESS__) || VANTREL_NETD_HAS_FEATURE(address_sanitizer)
+constexpr bool RuntimeListsThreads = true;
 #else
-constexpr std::size_t RuntimeThreads = 0;
+constexpr bool RuntimeListsThreads = false;
 #endif
 
 void RequireOneThread()
@@ -197,6 +204,10 @@ std::vector<std::string> Confinement::DefaultKeptPaths()
     if (notify != nullptr && notify[0] == '/')
     {
         paths.emplace_back(notify);
+    }
+    if (RuntimeListsThreads)
+    {
+        paths.push_back("/proc/" + std::to_string(::getpid()) + "/task");
     }
     return paths;
 }
