@@ -18,6 +18,7 @@
 #include <csignal>
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 
 #ifndef VANTREL_NETD_VERSION
 #define VANTREL_NETD_VERSION "unknown"
@@ -123,10 +124,12 @@ void Daemon::Confine(const Config& config)
     {
         KeptFolders::Keep(std::filesystem::path(options.ConfigFile).parent_path().string());
     }
-    const std::string& logFile = !options.LogFile.empty() ? options.LogFile : config.Logging.File;
-    if (!logFile.empty())
+    for (const std::string& logFile : {options.LogFile, config.Logging.File})
     {
-        KeptFolders::Keep(std::filesystem::path(logFile).parent_path().string());
+        if (!logFile.empty())
+        {
+            KeptFolders::Keep(std::filesystem::path(logFile).parent_path().string());
+        }
     }
     if (!config.Confine)
     {

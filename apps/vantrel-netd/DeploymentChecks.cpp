@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <set>
 
 namespace VantrelNetd
 {
@@ -80,9 +81,11 @@ std::vector<std::string> DeploymentChecks::LargeFiles(const TftpSection& tftp)
     {
         folders.push_back(home.Path);
     }
+    // Homes may lie inside one another; each file is named once.
+    std::set<std::string> named;
     FolderWalk walk(folders);
     const bool unfinished = walk.Step(FilesChecked, [&](const FolderWalk::File& file) {
-        if (static_cast<std::uint64_t>(file.Status.st_size) > LargestFile)
+        if (named.insert(file.Path).second && static_cast<std::uint64_t>(file.Status.st_size) > LargestFile)
         {
             warnings.push_back(fmt::format("tftp: {} has {} bytes, more than 65,535 blocks of 512 bytes hold ({} at most): "
                                            "a download of it starts again from the beginning and never ends; split it",

@@ -207,6 +207,20 @@ std::string DaemonTest::Read(const fs::path& path)
     return ReadFile(path.string());
 }
 
+bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (Read(path).find(text) == std::string::npos)
+    {
+        if (std::chrono::steady_clock::now() >= deadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
 fs::path DaemonTest::Config(const std::string& text, const std::string& name)
 {
     Write(root / name, text);

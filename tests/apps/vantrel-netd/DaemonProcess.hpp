@@ -63,6 +63,10 @@ protected:
     static void Write(const std::filesystem::path& path, const std::string& text);
     static std::string Read(const std::filesystem::path& path);
 
+    /// Waits until the file at `path` holds `text`; false after `timeout`.
+    static bool WaitForFileText(const std::filesystem::path& path, const std::string& text,
+                                std::chrono::milliseconds timeout = std::chrono::seconds(5));
+
     /// Writes config text into the scratch folder; its path.
     std::filesystem::path Config(const std::string& text, const std::string& name = "netd.toml");
     /// A [tftp] section serving `home` (relative to the config), uploads on or off.

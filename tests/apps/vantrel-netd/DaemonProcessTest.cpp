@@ -53,11 +53,7 @@ TEST_F(DaemonProcessTest, WithoutAConfigServesTheTftpRootReadOnlyAndStopsWithSig
     auto daemon = std::make_unique<DaemonProcess>(
         std::vector<std::string>{"--tftp-root", folder.string(), "--log-file", (root / "netd.log").string()});
     // Logging goes to the file; wait there for the servers.
-    for (int attempt = 0; attempt < 250 && Read(root / "netd.log").find("TFTP server on") == std::string::npos;
-         ++attempt)
-    {
-        usleep(20000);
-    }
+    ASSERT_TRUE(WaitForFileText(root / "netd.log", "TFTP server on"));
     ASSERT_TRUE(fs::exists(folder / "hello.txt"));
     Tftp("get hello.txt");
     EXPECT_EQ(Read(root / "client" / "hello.txt"), Read(folder / "hello.txt"));

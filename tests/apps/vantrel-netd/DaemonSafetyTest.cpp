@@ -269,6 +269,20 @@ TEST_F(DaemonSafetyTest, AConfinedDaemonRefusesAReloadItCouldNotServe)
     EXPECT_EQ(daemon->WaitForExit(), 0);
 }
 
+TEST_F(DaemonSafetyTest, AConfinedDaemonStillReadsItsConfigAndOpensLogFilesInItsLogFolder)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path config = Config("[logging]\nfile = \"first.log\"\n" + TftpConfig("boot"));
+    DaemonProcess daemon({"--config", config.string()});
+    ASSERT_TRUE(WaitForFileText(root / "first.log", "Confined: the file system holds only the home folders"));
+
+    Config("[logging]\nfile = \"second.log\"\n" + TftpConfig("boot"));
+    daemon.Signal(SIGHUP);
+    EXPECT_TRUE(WaitForFileText(root / "second.log", "Reload done")) << Read(root / "first.log");
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(daemon.WaitForExit(), 0);
+}
+
 TEST_F(DaemonSafetyTest, StalePartFilesAreRemovedAndFreshOnesKept)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
