@@ -19,7 +19,7 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
-#include <set>
+#include <iterator>
 
 namespace VantrelNetd
 {
