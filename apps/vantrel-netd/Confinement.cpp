@@ -18,8 +18,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <optional>
 #include <iterator>
+#include <optional>
 
 namespace VantrelNetd
 {
