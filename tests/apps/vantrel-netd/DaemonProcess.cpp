@@ -176,8 +176,10 @@ namespace fs = std::filesystem;
 
 void DaemonTest::SetUp()
 {
-    root = fs::temp_directory_path() / ("vantrel-netd-e2e-" + std::to_string(::getpid()) + "-" +
-                                        testing::UnitTest::GetInstance()->current_test_info()->name());
+    // Parameterised tests have a "/" in their names; the folder stays one level deep.
+    std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    std::replace(name.begin(), name.end(), '/', '-');
+    root = fs::temp_directory_path() / ("vantrel-netd-e2e-" + std::to_string(::getpid()) + "-" + name);
     fs::remove_all(root);
     fs::create_directories(root / "boot");
     fs::create_directories(root / "client");
