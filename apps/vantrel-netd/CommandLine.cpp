@@ -24,7 +24,7 @@ const char* const footer = R"(Examples:
   vantrel-netd --tftp-root /srv/tftp            serve another folder
   vantrel-netd --config /etc/vantrel-netd.toml  run the servers a config file describes
   vantrel-netd --config site.toml --check       validate a config and show what would run
-  vantrel-netd --config site.toml --user tftp   drop to user tftp once the ports are bound
+  vantrel-netd --config site.toml --user tftp   run the servers as user tftp
 
 Signals: SIGINT and SIGTERM stop the servers and exit 0; SIGHUP reopens the log file and
 re-reads the config, restarting only the servers whose settings changed.
@@ -56,7 +56,7 @@ CommandLine::Result CommandLine::Parse(const std::vector<std::string>& arguments
         ->type_name("DIR")
         ->excludes(config)
         ->capture_default_str();
-    app.add_option("--user", options.User, "user to run as once the ports are bound (keeps only the right "
+    app.add_option("--user", options.User, "user to run the servers as (keeps only the right "
                                            "to bind ports below 1024)")
         ->type_name("NAME");
 

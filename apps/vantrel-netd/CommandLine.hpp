@@ -16,7 +16,7 @@ struct Options
     int LogLevel = -1;
     std::string LogFile;
     std::string TftpRoot = "./tftpboot";
-    /// User to run as once the sockets are bound; empty keeps the current user.
+    /// User to run the servers as; empty keeps the current user.
     std::string User;
 };
 

@@ -68,6 +68,7 @@ std::string Config::Describe() const
     const char* const targets[] = {"standard error", "the journal (standard error with priorities)", ""};
     text += fmt::format("logging: level {}, to {}\n", LogLevelName(Logging.Level),
                         Logging.Target == LogTarget::File ? Logging.File : targets[static_cast<int>(Logging.Target)]);
+    text += fmt::format("daemon: confine {}\n", OnOff(Confine));
     if (Tftp.Enabled)
     {
         text += fmt::format("tftp: on, UDP port 69, read {}, write {}, overwrite {}, timeout {} s, retries {}, "

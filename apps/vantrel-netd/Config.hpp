@@ -46,7 +46,9 @@ struct TftpSection
     bool Write = false;
     bool Overwrite = false;
     std::uint16_t Timeout = 10;
-    std::uint16_t Retries = 5;
+    /// 0: a silent session ends after the time-out. Above 0, a session that stalls before it has
+    /// sent more packets than this is kept for ever (the server's rule), hence the warning.
+    std::uint16_t Retries = 0;
     bool Verbose = false;
     std::uint64_t Threads = 4;
 };
@@ -99,6 +101,8 @@ struct Config
     TftpSection Tftp;
     BootpSection Bootp;
     LoggingSection Logging;
+    /// Confine the file system view to the home folders when the process may (daemon.confine).
+    bool Confine = true;
     /// Things the config allows but that will likely not do what its author means.
     std::vector<std::string> Warnings;
 

@@ -3,22 +3,28 @@
 
 #include "ConfigChange.hpp"
 #include "ConfigLoader.hpp"
+#include "Confinement.hpp"
+#include "DeploymentChecks.hpp"
 #include "ExitStatus.hpp"
+#include "KeptFolders.hpp"
 #include "LibraryHost.hpp"
+#include "PartFileSweeper.hpp"
 #include "PortProbe.hpp"
-#include "PrivilegeDrop.hpp"
 #include "SignalWaiter.hpp"
 #include "SystemdNotifier.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogLevel.hpp"
 #include "Qib/System/Commons/Threading/Thread.hpp"
 
+#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <optional>
+#include <filesystem>
+#include <initializer_list>
 
 #ifndef VANTREL_NETD_VERSION
 #define VANTREL_NETD_VERSION "unknown"
@@ -30,6 +36,7 @@ namespace VantrelNetd
 namespace
 {
 
+using Qib::System::Commons::Diagnostics::Logging::LogManager;
 using Qib::System::Commons::Diagnostics::Logging::LogLevel;
 using Qib::System::Commons::Diagnostics::Logging::LogRecord;
 using Qib::System::Commons::Threading::Thread;
@@ -76,10 +83,20 @@ void ProbeBindings(const std::vector<ServerSet::Binding>& bindings, const std::v
     }
 }
 
+// Paths given on the command line, made absolute while the working folder is still the user's.
+std::string Absolute(const std::string& path)
+{
+    std::error_code error;
+    return path.empty() ? path : std::filesystem::absolute(path, error).lexically_normal().string();
+}
+
 } // namespace
 
 Daemon::Daemon(Options options) : options(std::move(options))
 {
+    this->options.ConfigFile = Absolute(this->options.ConfigFile);
+    this->options.LogFile = Absolute(this->options.LogFile);
+    this->options.TftpRoot = Absolute(this->options.TftpRoot);
 }
 
 Config Daemon::LoadConfig() const
@@ -103,13 +120,20 @@ void Daemon::ApplyLogging(const Config& config)
     daemonLog.Apply(level, target, LogFileOf(config));
 }
 
+std::vector<std::string> Daemon::Warnings(const Config& config, const ServerSet& servers) const
+{
+    std::vector<std::string> warnings = config.Warnings;
+    warnings.insert(warnings.end(), servers.GetWarnings().begin(), servers.GetWarnings().end());
+    for (std::string& warning : DeploymentChecks::Run(config, account))
+    {
+        warnings.push_back(std::move(warning));
+    }
+    return warnings;
+}
+
 void Daemon::Warn(const Config& config, const ServerSet& servers)
 {
-    for (const std::string& warning : config.Warnings)
-    {
-        log.Warning("{0}", warning);
-    }
-    for (const std::string& warning : servers.GetWarnings())
+    for (const std::string& warning : Warnings(config, servers))
     {
         log.Warning("{0}", warning);
     }
@@ -118,6 +142,10 @@ void Daemon::Warn(const Config& config, const ServerSet& servers)
 int Daemon::Check()
 {
     const Config config = LoadConfig();
+    if (!options.User.empty())
+    {
+        account = PrivilegeDrop::Lookup(options.User);
+    }
     const ServerSet servers(config);
     const std::string logFile = LogFileOf(config);
     if (!logFile.empty())
@@ -134,16 +162,46 @@ int Daemon::Check()
         }
         std::printf("log file: %s (%s, opened for appending)\n", logFile.c_str(), origin.c_str());
     }
-    for (const std::string& warning : config.Warnings)
-    {
-        std::printf("warning: %s\n", warning.c_str());
-    }
-    for (const std::string& warning : servers.GetWarnings())
+    for (const std::string& warning : Warnings(config, servers))
     {
         std::printf("warning: %s\n", warning.c_str());
     }
     std::printf("config OK\n");
     return CleanStop;
+}
+
+void Daemon::Confine(const Config& config)
+{
+    // The files the daemon opens again later stay reachable through their folders.
+    if (!options.ConfigFile.empty())
+    {
+        KeptFolders::Keep(std::filesystem::path(options.ConfigFile).parent_path().string());
+    }
+    for (const std::string& logFile : {options.LogFile, config.Logging.File})
+    {
+        if (!logFile.empty())
+        {
+            KeptFolders::Keep(std::filesystem::path(logFile).parent_path().string());
+        }
+    }
+    if (!config.Confine)
+    {
+        log.Warning("daemon.confine is false: a TFTP request with \"..\" reaches every file the daemon's user may "
+                    "read or write outside the home folders");
+        return;
+    }
+    // The view is built while the main thread is the only one, the log writer included.
+    LogManager::Flush();
+    const std::string reason = Confinement::Enter(Confinement::For(config, Confinement::DefaultKeptPaths()));
+    if (!reason.empty())
+    {
+        log.Warning("Not confined ({0}): a TFTP request with \"..\" reaches every file the daemon's user may read "
+                    "or write outside the home folders; start as root, or sandbox it (see docs/daemon.md)",
+                    reason);
+        return;
+    }
+    log.Info("Confined: the file system holds only the home folders ({0})",
+             config.Tftp.Enabled && config.Tftp.Write ? "read-write" : "read-only");
 }
 
 std::unique_ptr<ServerSet> Daemon::StartServers(const Config& config)
@@ -187,6 +245,11 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
     try
     {
         next = LoadConfig();
+        const std::string confined = Confinement::RefuseChange(Confinement::For(*next, {}));
+        if (!confined.empty())
+        {
+            throw DaemonExit(BadConfig, confined);
+        }
         candidate = std::make_unique<ServerSet>(*next);
         // Ports the running servers do not hold can be checked before anything is stopped.
         ProbeBindings(candidate->GetBindings(), running.GetBindings());
@@ -299,7 +362,6 @@ int Daemon::Run()
     SignalWaiter signals;
 
     Config config = LoadConfig();
-    std::optional<PrivilegeDrop::Account> account;
     if (!options.User.empty())
     {
         account = PrivilegeDrop::Lookup(options.User);
@@ -312,26 +374,33 @@ int Daemon::Run()
     Warn(config, *servers);
     servers.reset();
 
+    // The library is loaded while its file is in sight; the view is confined and the user switched
+    // before any server thread exists.
     LibraryHost host;
     host.Start();
     log.Info("vantrel-netd {0} hosting {1}", VANTREL_NETD_VERSION, host.GetLibraryPath());
-    // The tracker needs the TFTP server's info records whatever level the user reads.
+    Confine(config);
+    if (account)
+    {
+        LogManager::Flush();
+        PrivilegeDrop::To(*account);
+        log.Info("Running as user {0} (uid {1}, gid {2})", account->Name, account->Uid, account->Gid);
+    }
+    // The tracker's thread starts once the view is confined and the user switched; it needs the TFTP
+    // server's info records whatever level the user reads.
     tracker = std::make_unique<TransferTracker>();
     daemonLog.Observe([watched = tracker.get()](const LogRecord& record) { watched->Observe(record); },
                       static_cast<int>(LogLevel::Info));
     SetJoinLimit(config);
+    auto sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
+    sweeper->SweepAll();
     servers = StartServers(config);
-
-    if (account)
-    {
-        PrivilegeDrop::To(*account);
-        log.Info("Running as user {0} (uid {1}, gid {2})", account->Name, account->Uid, account->Gid);
-    }
 
     const SystemdNotifier systemd;
     systemd.Ready();
     while (stopSignal == 0)
     {
+        sweeper->Pass();
         // A SIGHUP taken while a reload waited for transfers asks for one more reload.
         const int signal = reloadAgain ? SIGHUP : signals.Wait(std::chrono::seconds(1));
         reloadAgain = false;
@@ -344,6 +413,7 @@ int Daemon::Run()
         {
             systemd.Reloading();
             Reload(*servers, config, signals);
+            sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
             systemd.Ready();
         }
     }

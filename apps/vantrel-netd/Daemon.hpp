@@ -4,12 +4,14 @@
 #include "CommandLine.hpp"
 #include "Config.hpp"
 #include "DaemonLog.hpp"
+#include "PrivilegeDrop.hpp"
 #include "ServerSet.hpp"
 #include "TransferTracker.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
 
 #include <memory>
+#include <optional>
 
 namespace VantrelNetd
 {
@@ -34,7 +36,9 @@ private:
     Config LoadConfig() const;
     std::string LogFileOf(const Config& config) const;
     void ApplyLogging(const Config& config);
+    std::vector<std::string> Warnings(const Config& config, const ServerSet& servers) const;
     void Warn(const Config& config, const ServerSet& servers);
+    void Confine(const Config& config);
     std::unique_ptr<ServerSet> StartServers(const Config& config);
     void Announce(ServerSet::Server server, const Config& config);
     void Reload(ServerSet& running, Config& current, SignalWaiter& signals);
@@ -47,6 +51,8 @@ private:
     // Declared before the log, so that the log's sink stops handing it records before it goes.
     std::unique_ptr<TransferTracker> tracker;
     DaemonLog daemonLog;
+    /// The user the servers run as, when --user names one.
+    std::optional<PrivilegeDrop::Account> account;
     int stopSignal = 0;
     bool reloadAgain = false;
 };

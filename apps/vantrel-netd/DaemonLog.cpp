@@ -3,10 +3,14 @@
 
 #include "ExitStatus.hpp"
 #include "JournalFormat.hpp"
+#include "KeptFolders.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
 #include <fmt/format.h>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -35,10 +39,17 @@ DaemonLog::~DaemonLog()
 
 std::shared_ptr<std::FILE> DaemonLog::OpenFile(const std::string& path)
 {
-    std::FILE* raw = std::fopen(path.c_str(), "ae");
+    // Through its kept folder once the daemon is confined.
+    const int descriptor = KeptFolders::Open(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
+    std::FILE* raw = descriptor >= 0 ? ::fdopen(descriptor, "a") : nullptr;
     if (raw == nullptr)
     {
-        throw DaemonExit(CannotCreate, fmt::format("cannot open log file {}: {}", path, std::strerror(errno)));
+        const int error = errno;
+        if (descriptor >= 0)
+        {
+            ::close(descriptor);
+        }
+        throw DaemonExit(CannotCreate, fmt::format("cannot open log file {}: {}", path, std::strerror(error)));
     }
     return std::shared_ptr<std::FILE>(raw, FileCloser());
 }

@@ -1,4 +1,4 @@
-// Switches the daemon to an unprivileged user once its sockets are bound.
+// Switches the daemon to an unprivileged user before its servers start.
 #include "PrivilegeDrop.hpp"
 
 #include "ExitStatus.hpp"

@@ -2,6 +2,8 @@
 #include "Support/ProcessStatus.hpp"
 
 #include <dirent.h>
+#include <pthread.h>
+#include <signal.h>
 
 #include <thread>
 
@@ -41,6 +43,19 @@ std::size_t CountOpenDescriptors()
 {
     // The directory stream itself holds one descriptor while it is read.
     return CountEntries("/proc/self/fd") - 1;
+}
+
+const std::vector<int>& AsynchronousSignals()
+{
+    static const std::vector<int> signals{SIGINT, SIGTERM, SIGHUP, SIGUSR1, SIGALRM};
+    return signals;
+}
+
+bool IsBlockedHere(int signal)
+{
+    sigset_t mask;
+    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return sigismember(&mask, signal) == 1;
 }
 
 std::size_t WaitForThreadCount(std::size_t expected, std::chrono::milliseconds timeout)

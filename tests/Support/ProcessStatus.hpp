@@ -3,12 +3,18 @@
 
 #include <chrono>
 #include <cstddef>
+#include <vector>
 
 namespace VantrelTest
 {
 
 std::size_t CountThreads();
 std::size_t CountOpenDescriptors();
+/// The asynchronous signals a daemon takes (SIGINT, SIGTERM, SIGHUP) and two others: every one of
+/// them must be blocked on threads the host layer starts.
+const std::vector<int>& AsynchronousSignals();
+/// True when `signal` is blocked on the calling thread.
+bool IsBlockedHere(int signal);
 /// Waits until the thread count is at most `expected`; the last count seen.
 std::size_t WaitForThreadCount(std::size_t expected, std::chrono::milliseconds timeout = std::chrono::seconds(5));
 

@@ -110,8 +110,12 @@ boot_file = "pxelinux.0"
 [[bootp.hosts]]
 mac = "00-1a-2b-3c-4d-5e"
 ip = "10.77.0.10"
+
+[daemon]
+confine = false
 )");
     EXPECT_EQ(config.SourceFile, "site.toml");
+    EXPECT_FALSE(config.Confine);
     EXPECT_EQ(config.Logging.Level, 7);
     EXPECT_EQ(config.Logging.File, (root / "logs/netd.log").string());
 
@@ -143,9 +147,19 @@ ip = "10.77.0.10"
     // The library is handed the colon form whatever form the config used.
     EXPECT_EQ(config.Bootp.Hosts[0].MacAddress, "00:1A:2B:3C:4D:5E");
     EXPECT_EQ(config.Bootp.Hosts[0].Address.ToString().GetStdString(), "10.77.0.10");
-    // The one setting here that works against its author is the single bind address.
-    EXPECT_EQ(WarningsOf(config), "site.toml:22:11: bootp.address: a socket bound to one address never receives the "
-                                  "broadcast requests of booting devices; give 0.0.0.0\n");
+    // The settings here that work against their author: retries keep stalled sessions for ever, and the
+    // single bind address hears no broadcast.
+    const std::string warnings = WarningsOf(config);
+    EXPECT_EQ(warnings.rfind("site.toml:10:11: tftp.retries: 7: a transfer that stalls before the server has sent "
+                             "more than 7 packets",
+                             0),
+              0U)
+        << warnings;
+    EXPECT_NE(warnings.find("\nsite.toml:22:11: bootp.address: a socket bound to one address never receives the "
+                            "broadcast requests of booting devices; give 0.0.0.0\n"),
+              std::string::npos)
+        << warnings;
+    EXPECT_EQ(config.Warnings.size(), 2U) << warnings;
 }
 
 TEST_F(ConfigLoaderTest, OmittedKeysTakeTheirDefaultsAndAbsentSectionsAreOff)
@@ -156,7 +170,8 @@ TEST_F(ConfigLoaderTest, OmittedKeysTakeTheirDefaultsAndAbsentSectionsAreOff)
     EXPECT_FALSE(config.Tftp.Write);
     EXPECT_FALSE(config.Tftp.Overwrite);
     EXPECT_EQ(config.Tftp.Timeout, 10);
-    EXPECT_EQ(config.Tftp.Retries, 5);
+    EXPECT_EQ(config.Tftp.Retries, 0);
+    EXPECT_TRUE(config.Confine);
     EXPECT_EQ(config.Tftp.Threads, 4U);
     EXPECT_TRUE(config.Tftp.AllowedClients.empty());
     EXPECT_FALSE(config.Bootp.Enabled);
@@ -181,6 +196,9 @@ TEST_F(ConfigLoaderTest, ErrorsNameFileLineColumnAndKey)
         {"[tftp]\nread = \"yes\"\n", "site.toml:2:8: tftp.read: expected a boolean (true or false), found a string"},
         {"[tftp]\ntimeout = 2.5\n", "site.toml:2:11: tftp.timeout: expected an integer, found a floating-point"},
         {"[tftp]\ntimeout = 256\n", "site.toml:2:11: tftp.timeout: 256 is out of range: give an integer from 0 to 255"},
+        {"[tftp]\nretries = 11\n", "site.toml:2:11: tftp.retries: 11 is out of range: give an integer from 0 to 10"},
+        {minimalTftp + "[daemon]\nconfine = \"no\"\n", "daemon.confine: expected a boolean"},
+        {minimalTftp + "[daemon]\nchroot = true\n", "daemon.chroot: unknown key (known here: confine)"},
         {"tftp = 3\n", "site.toml:1:8: tftp: expected a table, found an integer"},
         {TftpWith("allowed_clients = [\"10.77.0.300\"]\n"),
          "site.toml:2:20: tftp.allowed_clients[0]: \"10.77.0.300\" is not an IPv4 address"},

@@ -7,6 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Support/NetworkNamespace.hpp"
+
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
@@ -25,7 +28,7 @@ namespace
 
 std::string ReadFile(const std::string& path)
 {
-    std::ifstream stream(path);
+    std::ifstream stream(path, std::ios::binary);
     std::ostringstream text;
     text << stream.rdbuf();
     return text.str();
@@ -167,6 +170,99 @@ int DaemonProcess::Run(const std::vector<std::string>& arguments, std::string* s
         *standardOutput = process.StandardOutput();
     }
     return result;
+}
+
+namespace fs = std::filesystem;
+
+void DaemonTest::SetUp()
+{
+    // Parameterised tests have a "/" in their names; the folder stays one level deep.
+    std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    std::replace(name.begin(), name.end(), '/', '-');
+    root = fs::temp_directory_path() / ("vantrel-netd-e2e-" + std::to_string(::getpid()) + "-" + name);
+    fs::remove_all(root);
+    fs::create_directories(root / "boot");
+    fs::create_directories(root / "client");
+    fs::permissions(root, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                              fs::perms::others_read | fs::perms::others_exec);
+    // Spans several 512-byte blocks and ends in a partial one.
+    content.clear();
+    for (int line = 0; line < 300; ++line)
+    {
+        content += "line " + std::to_string(line) + " of the boot image\n";
+    }
+    Write(root / "boot" / "image.bin", content);
+}
+
+void DaemonTest::TearDown()
+{
+    fs::remove_all(root);
+}
+
+void DaemonTest::Write(const fs::path& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string DaemonTest::Read(const fs::path& path)
+{
+    return ReadFile(path.string());
+}
+
+bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, std::chrono::milliseconds timeout)
+{
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (Read(path).find(text) == std::string::npos)
+    {
+        if (std::chrono::steady_clock::now() >= deadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
+}
+
+fs::path DaemonTest::Config(const std::string& text, const std::string& name)
+{
+    Write(root / name, text);
+    return root / name;
+}
+
+std::string DaemonTest::TftpConfig(const std::string& home, bool write)
+{
+    return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home + "\"\n";
+}
+
+std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)
+{
+    std::string text = "[bootp]\nboot_file = \"" + bootFile + "\"\n";
+    for (int host = 1; host <= hosts; ++host)
+    {
+        text += "[[bootp.hosts]]\nmac = \"02:00:00:00:00:0" + std::to_string(host) + "\"\nip = \"10.77.0." +
+                std::to_string(host + 1) + "\"\n";
+    }
+    return text;
+}
+
+int DaemonTest::Tftp(const std::string& command, const std::string& server)
+{
+    return Shell("cd '" + (root / "client").string() + "' && timeout 20 tftp -m binary " + server + " -c " + command +
+                 " >/dev/null 2>&1");
+}
+
+std::unique_ptr<DaemonProcess> DaemonTest::StartDaemon(const std::vector<std::string>& arguments,
+                                                       const std::string& ready)
+{
+    auto daemon = std::make_unique<DaemonProcess>(arguments);
+    EXPECT_TRUE(daemon->WaitForError(ready)) << daemon->StandardError();
+    return daemon;
+}
+
+void DaemonTest::ExpectOneLine(const std::string& text)
+{
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    EXPECT_EQ(text.find("terminate called"), std::string::npos) << text;
 }
 
 } // namespace VantrelTest

@@ -1,9 +1,13 @@
 // Runs the built vantrel-netd binary as a child process and watches its output and exit.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <sys/types.h>
 
 #include <chrono>
+#include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,6 +50,43 @@ private:
     pid_t pid = -1;
     bool ended = false;
     int status = -1;
+};
+
+/// A world-readable scratch folder with a "boot" home holding one file of several blocks, and the
+/// steps the daemon's end-to-end tests share.
+class DaemonTest : public testing::Test
+{
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    static void Write(const std::filesystem::path& path, const std::string& text);
+    static std::string Read(const std::filesystem::path& path);
+
+    /// Waits until the file at `path` holds `text`; false after `timeout`.
+    static bool WaitForFileText(const std::filesystem::path& path, const std::string& text,
+                                std::chrono::milliseconds timeout = std::chrono::seconds(5));
+
+    /// Writes config text into the scratch folder; its path.
+    std::filesystem::path Config(const std::string& text, const std::string& name = "netd.toml");
+    /// A [tftp] section serving `home` (relative to the config), uploads on or off.
+    static std::string TftpConfig(const std::string& home, bool write = false);
+    /// A [bootp] section with `bootFile` and hosts 02:00:00:00:00:01.. at 10.77.0.2...
+    static std::string BootpConfig(const std::string& bootFile, int hosts);
+
+    /// Runs the tftp-hpa client in the client folder, bounded in time; its exit status.
+    int Tftp(const std::string& command, const std::string& server = "127.0.0.1");
+
+    /// Starts the daemon and waits until standard error shows `ready`.
+    std::unique_ptr<DaemonProcess> StartDaemon(const std::vector<std::string>& arguments,
+                                               const std::string& ready = "TFTP server on UDP port 69");
+
+    /// One line, no stack trace.
+    static void ExpectOneLine(const std::string& text);
+
+    std::filesystem::path root;
+    /// The content of boot/image.bin.
+    std::string content;
 };
 
 } // namespace VantrelTest

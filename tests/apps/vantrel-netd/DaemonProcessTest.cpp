@@ -22,89 +22,8 @@ namespace fs = std::filesystem;
 namespace
 {
 
-// A world-readable scratch folder with a "boot" home holding one file.
-class DaemonProcessTest : public testing::Test
+class DaemonProcessTest : public VantrelTest::DaemonTest
 {
-protected:
-    void SetUp() override
-    {
-        root = fs::temp_directory_path() /
-               ("vantrel-netd-e2e-" + std::to_string(::getpid()) + "-" +
-                testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(root);
-        fs::create_directories(root / "boot");
-        fs::create_directories(root / "client");
-        fs::permissions(root, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                                  fs::perms::others_read | fs::perms::others_exec);
-        // Spans several 512-byte blocks and ends in a partial one.
-        content.clear();
-        for (int line = 0; line < 300; ++line)
-        {
-            content += "line " + std::to_string(line) + " of the boot image\n";
-        }
-        Write(root / "boot" / "image.bin", content);
-    }
-
-    void TearDown() override { fs::remove_all(root); }
-
-    static void Write(const fs::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-
-    static std::string Read(const fs::path& path)
-    {
-        std::ifstream stream(path, std::ios::binary);
-        std::ostringstream text;
-        text << stream.rdbuf();
-        return text.str();
-    }
-
-    fs::path Config(const std::string& text, const std::string& name = "netd.toml")
-    {
-        Write(root / name, text);
-        return root / name;
-    }
-
-    std::string TftpConfig(const std::string& home, bool write = false)
-    {
-        return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home +
-               "\"\n";
-    }
-
-    static std::string BootpConfig(const std::string& bootFile, int hosts)
-    {
-        std::string text = "[bootp]\nboot_file = \"" + bootFile + "\"\n";
-        for (int host = 1; host <= hosts; ++host)
-        {
-            text += "[[bootp.hosts]]\nmac = \"02:00:00:00:00:0" + std::to_string(host) + "\"\nip = \"10.77.0." +
-                    std::to_string(host + 1) + "\"\n";
-        }
-        return text;
-    }
-
-    // Runs the tftp-hpa client in the client folder, bounded in time.
-    int Tftp(const std::string& command)
-    {
-        return VantrelTest::Shell("cd '" + (root / "client").string() + "' && timeout 20 tftp -m binary 127.0.0.1 -c " +
-                                  command + " >/dev/null 2>&1");
-    }
-
-    // Starts the daemon and waits until its servers run.
-    std::unique_ptr<DaemonProcess> StartDaemon(const std::vector<std::string>& arguments,
-                                               const std::string& ready = "TFTP server on UDP port 69")
-    {
-        auto daemon = std::make_unique<DaemonProcess>(arguments);
-        EXPECT_TRUE(daemon->WaitForError(ready)) << daemon->StandardError();
-        return daemon;
-    }
-
-    // One line, no stack trace.
-    static void ExpectOneLine(const std::string& text)
-    {
-        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
-        EXPECT_EQ(text.find("terminate called"), std::string::npos) << text;
-    }
-
-    fs::path root;
-    std::string content;
 };
 
 } // namespace
@@ -139,11 +58,7 @@ TEST_F(DaemonProcessTest, WithoutAConfigServesTheTftpRootReadOnlyAndStopsWithSig
     auto daemon = std::make_unique<DaemonProcess>(
         std::vector<std::string>{"--tftp-root", folder.string(), "--log-file", (root / "netd.log").string()});
     // Logging goes to the file; wait there for the servers.
-    for (int attempt = 0; attempt < 250 && Read(root / "netd.log").find("TFTP server on") == std::string::npos;
-         ++attempt)
-    {
-        usleep(20000);
-    }
+    ASSERT_TRUE(WaitForFileText(root / "netd.log", "TFTP server on"));
     ASSERT_TRUE(fs::exists(folder / "hello.txt"));
     Tftp("get hello.txt");
     EXPECT_EQ(Read(root / "client" / "hello.txt"), Read(folder / "hello.txt"));
@@ -163,10 +78,13 @@ TEST_F(DaemonProcessTest, SighupWithAChangedConfigRestartsTheServersWithIt)
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     fs::create_directories(root / "other");
     Write(root / "other" / "second.txt", "from the second home\n");
-    const fs::path config = Config(TftpConfig("boot"));
+    // A confined daemon refuses new homes (DaemonSafetyTest); without confinement they are taken.
+    const std::string unconfined = "[daemon]\nconfine = false\n";
+    const fs::path config = Config(unconfined + TftpConfig("boot"));
     auto daemon = StartDaemon({"--config", config.string()});
+    EXPECT_TRUE(daemon->WaitForError("WARN  VantrelNetd.Daemon: daemon.confine is false")) << daemon->StandardError();
 
-    Config(TftpConfig("other"));
+    Config(unconfined + TftpConfig("other"));
     daemon->Signal(SIGHUP);
     ASSERT_TRUE(daemon->WaitForError("Reload done")) << daemon->StandardError();
     Tftp("get second.txt");

@@ -2,6 +2,7 @@
 #include "Qib/System/Commons/Threading/Thread.hpp"
 
 #include "Qib/Exception.hpp"
+#include "Qib/System/Commons/Threading/AsynchronousSignalBlock.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
 
 #include <cxxabi.h>
@@ -89,7 +90,13 @@ void Thread::Start()
     }
     running = true;
     joinable = true;
-    const int result = pthread_create(&handle, &attributes, &Thread::Entry, this);
+    int result = 0;
+    {
+        // Signals are for the thread that waits for them (a daemon's main thread); the new thread
+        // inherits a mask that holds them off.
+        const AsynchronousSignalBlock blocked;
+        result = pthread_create(&handle, &attributes, &Thread::Entry, this);
+    }
     pthread_attr_destroy(&attributes);
     if (result != 0)
     {

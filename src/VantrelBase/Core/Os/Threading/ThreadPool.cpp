@@ -2,6 +2,7 @@
 #include "VantrelBase/Core/Os/Threading/ThreadPool.hpp"
 
 #include "Qib/System/Commons/ArgumentException.hpp"
+#include "Qib/System/Commons/Threading/AsynchronousSignalBlock.hpp"
 
 #include <pthread.h>
 
@@ -21,6 +22,8 @@ ThreadPool::ThreadPool(unsigned long threadCount, unsigned long maxQueueLength, 
         threadCount = std::max(1U, std::thread::hardware_concurrency());
     }
     workers.reserve(threadCount);
+    // Workers never take asynchronous signals: they are left to the thread that waits for them.
+    const Qib::System::Commons::Threading::AsynchronousSignalBlock blocked;
     for (unsigned long i = 0; i < threadCount; ++i)
     {
         workers.emplace_back([this] { WorkerLoop(); });

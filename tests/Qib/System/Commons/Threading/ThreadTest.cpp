@@ -101,6 +101,30 @@ TEST(ThreadTest, RunsBodyWithArgumentAndJoins)
     EXPECT_TRUE(thread.Join()); // joining again reports the ended body at once
 }
 
+TEST(ThreadTest, StartsWithAsynchronousSignalsBlockedAndLeavesTheCallersMask)
+{
+    std::vector<int> openInside;
+    bool faultsOpen = false;
+    Thread thread(
+        ThreadSettings("Masked"),
+        [&](void*) {
+            for (const int signal : VantrelTest::AsynchronousSignals())
+            {
+                if (!VantrelTest::IsBlockedHere(signal))
+                {
+                    openInside.push_back(signal);
+                }
+            }
+            faultsOpen = !VantrelTest::IsBlockedHere(SIGSEGV);
+        },
+        nullptr);
+    thread.Start();
+    ASSERT_TRUE(thread.Join());
+    EXPECT_TRUE(openInside.empty()) << "first open signal: " << openInside.front();
+    EXPECT_TRUE(faultsOpen);
+    EXPECT_FALSE(VantrelTest::IsBlockedHere(SIGUSR1));
+}
+
 TEST(ThreadTest, IsRunningUntilTheBodyReturns)
 {
     std::atomic<bool> release{false};

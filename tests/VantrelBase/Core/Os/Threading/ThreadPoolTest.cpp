@@ -132,6 +132,21 @@ TEST(ThreadPoolTest, ItemsRunConcurrentlyOnSeveralWorkers)
     }
 }
 
+TEST(ThreadPoolTest, WorkersRunWithAsynchronousSignalsBlocked)
+{
+    ThreadPool pool(2, 0, 0, 0);
+    auto open = pool.QueueUserWorkItem([] {
+        int count = 0;
+        for (const int signal : VantrelTest::AsynchronousSignals())
+        {
+            count += VantrelTest::IsBlockedHere(signal) ? 0 : 1;
+        }
+        return count;
+    });
+    EXPECT_EQ(open.get(), 0);
+    EXPECT_FALSE(VantrelTest::IsBlockedHere(SIGTERM));
+}
+
 TEST(ThreadPoolTest, ZeroThreadsMeansOnePerProcessor)
 {
     const std::size_t threadsBefore = SettledThreadCount();

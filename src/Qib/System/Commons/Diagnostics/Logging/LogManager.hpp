@@ -25,6 +25,8 @@ public:
     /// Hands one record to the sink. Sinks are called one at a time, with thread cancellation held
     /// off, so that a server thread ended while it logs cannot leave the sink half-written.
     static void Write(const LogRecord& record);
+    /// Waits until every record written so far has reached the sink.
+    static void Flush();
     /// The default sink's line for a record: time, level, logger and message.
     static std::string FormatLine(const LogRecord& record);
 };

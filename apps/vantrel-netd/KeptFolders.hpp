@@ -1,0 +1,30 @@
+// Folders the daemon keeps open so that it still reaches its config and log files once confined.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace VantrelNetd
+{
+
+/// Process-wide set of folders opened beforehand, and the one way the daemon opens its own files
+/// (config, log): through a kept folder when there is one, so that the file is found also after
+/// the daemon's view of the file system no longer holds it. Main thread only.
+class KeptFolders
+{
+public:
+    /// Opens `folder` (an absolute path) and keeps it open for the rest of the process. Nothing
+    /// happens when it is kept already or cannot be opened: opening a file in it then fails later,
+    /// with the reason.
+    static void Keep(const std::string& folder);
+
+    /// True when `folder` is kept, or is a folder the process can see now.
+    static bool IsFolder(const std::string& folder);
+
+    /// Opens `file` (an absolute path) like open(2), through its kept folder when there is one;
+    /// close-on-exec is always added. A descriptor, or -1 with errno set.
+    static int Open(const std::string& file, int flags, mode_t mode = 0);
+};
+
+} // namespace VantrelNetd
