@@ -49,7 +49,7 @@ TEST(ConfigChangeTest, RestartsExactlyTheServersWhoseSettingsDifferAndSaysWhy)
         {[](Config& c) { std::swap(c.Bootp.Hosts[0], c.Bootp.Hosts[1]); }, "bootp: hosts reordered; tftp unchanged"},
         {[](Config& c) {
              c.Tftp.HomePaths[0].Path = "/srv/other";
-             c.Tftp.Retries = 0;
+             c.Tftp.Retries = 3;
              c.Bootp.Timeout = 50;
          },
          "bootp: timeout changed; tftp: homes changed, retries changed"},
