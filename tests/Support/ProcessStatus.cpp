@@ -1,6 +1,8 @@
 // Counts of this process's threads and open file descriptors.
 #include "Support/ProcessStatus.hpp"
 
+#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
+
 #include <dirent.h>
 
 #include <thread>
@@ -10,6 +12,8 @@ namespace VantrelTest
 
 namespace
 {
+
+using Qib::System::Commons::Diagnostics::Logging::LogManager;
 
 std::size_t CountEntries(const char* folder)
 {
@@ -34,6 +38,9 @@ std::size_t CountEntries(const char* folder)
 
 std::size_t CountThreads()
 {
+    // The log writer comes and goes with records; it is ended first, so that only the threads under
+    // test are counted.
+    LogManager::Flush();
     return CountEntries("/proc/self/task");
 }
 

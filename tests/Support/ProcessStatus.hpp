@@ -7,6 +7,7 @@
 namespace VantrelTest
 {
 
+/// The log writer thread is ended first (LogManager::Flush) and not counted.
 std::size_t CountThreads();
 std::size_t CountOpenDescriptors();
 /// Waits until the thread count is at most `expected`; the last count seen.
