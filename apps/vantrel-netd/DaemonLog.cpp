@@ -47,13 +47,10 @@ void DaemonLog::Apply(int level, const std::string& newFile)
                 throw DaemonExit(RuntimeFailure,
                                  fmt::format("cannot open log file {}: {}", newFile, std::strerror(errno)));
             }
-            // The sink owns the stream; records are written one at a time under the log manager's lock.
+            // The sink owns the stream; a refused write (a full disk) is reported by the log manager.
             std::shared_ptr<std::FILE> stream(raw, FileCloser());
-            LogManager::SetSink([stream](const LogRecord& record) {
-                const std::string line = LogManager::FormatLine(record) + "\n";
-                std::fwrite(line.data(), 1, line.size(), stream.get());
-                std::fflush(stream.get());
-            });
+            LogManager::SetSink(
+                [stream](const LogRecord& record) { LogManager::WriteLine(fileno(stream.get()), record); });
         }
         file = newFile;
     }

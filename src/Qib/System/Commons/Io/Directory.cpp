@@ -3,27 +3,21 @@
 
 #include "Qib/Exception.hpp"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 #include <string>
-#include <vector>
 
 namespace Qib::System::Commons::Io
 {
 
 namespace
 {
-
-bool IsMissing(const char* path)
-{
-    struct stat status
-    {
-    };
-    return ::stat(path, &status) != 0 && errno == ENOENT;
-}
 
 void MakeDirectory(const char* path)
 {
@@ -33,34 +27,51 @@ void MakeDirectory(const char* path)
     }
 }
 
-// Creates the missing ancestors of `text`, outermost first, without recursion: a client may ask for
-// a path of some two thousand levels. The ancestors are prefixes of `text`, cut in place.
-void CreateMissingParents(std::string& text)
+// Opens the folder `name` below `folder`, creating it when it is missing; -1 when it cannot be
+// opened for another reason (a file on the way: mkdir of the whole path then names it).
+int OpenOrCreate(int folder, const std::string& name, const std::string& prefix)
 {
-    std::vector<std::size_t> missing;
-    for (std::size_t end = text.size(); end > 1;)
+    constexpr int Flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+    int opened = ::openat(folder, name.c_str(), Flags);
+    if (opened < 0 && errno == ENOENT)
     {
-        const std::size_t separator = text.rfind('/', end - 1);
-        if (separator == std::string::npos || separator == 0)
+        if (::mkdirat(folder, name.c_str(), 0777) != 0 && errno != EEXIST)
         {
-            break;
+            throw Qib::Exception("Cannot create directory '{0}': {1}", String(prefix), std::strerror(errno));
         }
-        end = separator;
-        text[end] = '\0';
-        const bool absent = IsMissing(text.c_str());
-        text[end] = '/';
-        if (!absent)
-        {
-            // An existing parent, or one that is a file: then mkdir reports the requested path.
-            break;
-        }
-        missing.push_back(end);
+        opened = ::openat(folder, name.c_str(), Flags);
     }
-    for (auto length = missing.rbegin(); length != missing.rend(); ++length)
+    return opened;
+}
+
+// Walks down `text` from its root, one folder open at a time, and creates what is missing: no
+// recursion and no path resolved twice, so a path of two thousand levels costs two thousand steps.
+void CreateMissingParents(const std::string& text)
+{
+    int folder = ::open(text.front() == '/' ? "/" : ".", O_PATH | O_DIRECTORY | O_CLOEXEC);
+    const std::size_t last = text.find_last_not_of('/');
+    const std::size_t parentEnd = last == std::string::npos ? 0 : text.rfind('/', last);
+    std::size_t start = text.find_first_not_of('/');
+    while (folder >= 0 && parentEnd != std::string::npos && start < parentEnd)
     {
-        text[*length] = '\0';
-        MakeDirectory(text.c_str());
-        text[*length] = '/';
+        const std::size_t end = std::min(text.find('/', start), parentEnd);
+        int next = -1;
+        try
+        {
+            next = OpenOrCreate(folder, text.substr(start, end - start), text.substr(0, end));
+        }
+        catch (...)
+        {
+            ::close(folder);
+            throw;
+        }
+        ::close(folder);
+        folder = next;
+        start = text.find_first_not_of('/', end);
+    }
+    if (folder >= 0)
+    {
+        ::close(folder);
     }
 }
 
@@ -80,7 +91,7 @@ void Directory::Create(const String& path, bool createParents)
     {
         return;
     }
-    std::string text = path.GetStdString();
+    const std::string& text = path.GetStdString();
     // The system resolves no longer path; refusing it first bounds the work a request can cause.
     if (text.size() >= PATH_MAX)
     {
