@@ -45,7 +45,6 @@ public:
     ThreadPool& operator=(const ThreadPool&) = delete;
 
     unsigned long GetThreadCount() const;
-    unsigned long GetMaxQueueLength() const { return maxQueueLength; }
 
     /// Drops the queued items, gives the running ones the host's join limit to end, then terminates
     /// the workers still inside an item (a thread stuck in a system call). Returns within about the
