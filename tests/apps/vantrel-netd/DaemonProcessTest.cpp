@@ -375,5 +375,5 @@ TEST_P(DaemonLogReaderTest, NeitherStopsADownloadNorTheDaemon)
 
 INSTANTIATE_TEST_SUITE_P(Readers, DaemonLogReaderTest, testing::Values(LogReader::StopsReading, LogReader::Exits),
                          [](const testing::TestParamInfo<LogReader>& reader) {
-                             return reader.param == LogReader::Exits ? std::string("Exits") : std::string("StopsReading");
+                             return std::string(reader.param == LogReader::Exits ? "Exits" : "StopsReading");
                          });

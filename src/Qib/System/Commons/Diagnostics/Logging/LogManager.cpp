@@ -172,7 +172,8 @@ void Writer::Write(const LogRecord& record)
         return;
     }
     const std::size_t bytes = TextBytes(record);
-    if (!queue.empty() && (queue.size() >= LogManager::MaxQueuedRecords || queuedBytes + bytes > LogManager::MaxQueuedBytes))
+    const bool full = queue.size() >= LogManager::MaxQueuedRecords || queuedBytes + bytes > LogManager::MaxQueuedBytes;
+    if (full && !queue.empty())
     {
         CountDrop(record.Level);
         return;
@@ -312,7 +313,9 @@ bool Writer::Deliver(const SharedSink& target, const LogRecord& record)
     {
         try
         {
-            LogManager::WriteLine(STDERR_FILENO, OwnRecord(ErrorLevel, "Log output failed, records are dropped until it works again: " + failure));
+            LogManager::WriteLine(STDERR_FILENO, OwnRecord(ErrorLevel, "Log output failed, records are dropped "
+                                                                       "until it works again: " +
+                                                                           failure));
         }
         catch (const std::exception&)
         {
