@@ -86,7 +86,7 @@ void DaemonLog::Reopen()
 void DaemonLog::InstallSink()
 {
     // The sink keeps its own copies: a stream replaced here is closed once the last record written
-    // through it is done. Records are written one at a time under the log manager's lock.
+    // through it is done. The log manager's writer thread hands it one record at a time.
     const bool journal = target == LogTarget::Journal;
     LogManager::SetSink([shown = level, journal, out = stream, watcher = observer](const LogRecord& record) {
         if (watcher)
@@ -97,10 +97,9 @@ void DaemonLog::InstallSink()
         {
             return;
         }
-        std::FILE* destination = out ? out.get() : stderr;
-        const std::string line = journal ? JournalFormat::Line(record) : LogManager::FormatLine(record) + "\n";
-        std::fwrite(line.data(), 1, line.size(), destination);
-        std::fflush(destination);
+        // A refused write (a reader gone, a full disk) throws: the log manager counts and reports it.
+        const int descriptor = out ? ::fileno(out.get()) : STDERR_FILENO;
+        LogManager::WriteText(descriptor, journal ? JournalFormat::Line(record) : LogManager::FormatLine(record) + "\n");
     });
     LogManager::SetLevel(std::max(level, observedLevel));
 }

@@ -1,6 +1,8 @@
 // Knows the TFTP transfers in progress, from the TFTP server's log records.
 #include "TransferTracker.hpp"
 
+#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
+
 #include "Qib/TypeName.hpp"
 #include "VantrelBase/Net/Tftp/TftpServer.hpp"
 
@@ -100,6 +102,8 @@ void TransferTracker::SetReadEnabled(bool enabled)
 
 void TransferTracker::Settle()
 {
+    // Records reach Observe from the log's writer thread: those still waiting there come first.
+    Qib::System::Commons::Diagnostics::Logging::LogManager::Flush();
     std::unique_lock<std::mutex> guard(queueLock);
     const std::uint64_t target = queuedCount;
     handled.wait(guard, [&] { return handledCount >= target || stopping; });

@@ -49,7 +49,8 @@ public:
     void Observe(const Qib::System::Commons::Diagnostics::Logging::LogRecord& record);
     /// Whether the running TFTP server serves downloads: without, a read request is refused unlogged.
     void SetReadEnabled(bool enabled);
-    /// Waits until every record queued before the call has been looked at.
+    /// Waits until every record written before the call (still in the log's queue, or in this one's)
+    /// has been looked at.
     void Settle();
     /// The transfers in progress, by client.
     std::vector<Transfer> InProgress() const;

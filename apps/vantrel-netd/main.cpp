@@ -3,12 +3,16 @@
 #include "Daemon.hpp"
 #include "ExitStatus.hpp"
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
 int main(int argc, char** argv)
 {
     using namespace VantrelNetd;
+    // A log reader that goes away (`vantrel-netd 2>&1 | head`) is an error of that write, never the
+    // end of the servers.
+    std::signal(SIGPIPE, SIG_IGN);
     const CommandLine::Result command = CommandLine::Parse(argc, argv);
     if (!command.Run)
     {

@@ -30,6 +30,8 @@ LogCapture::~LogCapture()
 
 std::vector<LogCapture::LogRecord> LogCapture::Records() const
 {
+    // Records reach the sink on the log writer thread: everything written so far first.
+    LogManager::Flush();
     std::lock_guard<std::mutex> guard(lock);
     return records;
 }

@@ -24,6 +24,7 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
+    /// Every record written before the call (it flushes the log writer).
     std::vector<LogRecord> Records() const;
     std::vector<std::string> Messages() const;
     /// True when a record with exactly this message (and this level, when not 0) was written.

@@ -1,6 +1,8 @@
 // Counts of this process's threads and open file descriptors.
 #include "Support/ProcessStatus.hpp"
 
+#include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
+
 #include <dirent.h>
 #include <pthread.h>
 #include <signal.h>
@@ -12,6 +14,8 @@ namespace VantrelTest
 
 namespace
 {
+
+using Qib::System::Commons::Diagnostics::Logging::LogManager;
 
 std::size_t CountEntries(const char* folder)
 {
@@ -36,6 +40,9 @@ std::size_t CountEntries(const char* folder)
 
 std::size_t CountThreads()
 {
+    // The log writer comes and goes with records; it is ended first, so that only the threads under
+    // test are counted.
+    LogManager::Flush();
     return CountEntries("/proc/self/task");
 }
 

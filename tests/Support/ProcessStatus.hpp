@@ -8,6 +8,7 @@
 namespace VantrelTest
 {
 
+/// The log writer thread is ended first (LogManager::Flush) and not counted.
 std::size_t CountThreads();
 std::size_t CountOpenDescriptors();
 /// The asynchronous signals a daemon takes (SIGINT, SIGTERM, SIGHUP) and two others: every one of

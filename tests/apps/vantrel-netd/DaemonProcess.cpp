@@ -41,7 +41,8 @@ std::string DaemonProcess::Binary()
     return VANTREL_NETD_BINARY;
 }
 
-DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix)
+DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix,
+                             int standardError)
 {
     static std::atomic<int> counter{0};
     directory = (std::filesystem::temp_directory_path() /
@@ -63,7 +64,15 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const st
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 1, (directory + "/stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    posix_spawn_file_actions_addopen(&actions, 2, (directory + "/stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    if (standardError >= 0)
+    {
+        posix_spawn_file_actions_adddup2(&actions, standardError, 2);
+    }
+    else
+    {
+        posix_spawn_file_actions_addopen(&actions, 2, (directory + "/stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0644);
+    }
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t none;

@@ -18,8 +18,10 @@ namespace VantrelTest
 class DaemonProcess
 {
 public:
-    /// Starts the binary with `arguments`; `prefix` (e.g. a setpriv command) runs before it.
-    explicit DaemonProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix = {});
+    /// Starts the binary with `arguments`; `prefix` (e.g. a setpriv command) runs before it. With
+    /// `standardError` (a descriptor) the process writes its log there instead of to a file.
+    explicit DaemonProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix = {},
+                           int standardError = -1);
     /// Kills the process when it still runs.
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;

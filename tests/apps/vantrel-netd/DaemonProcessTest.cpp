@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -415,3 +417,59 @@ TEST_F(DaemonProcessTest, CheckOpensTheLogFileAsAStartWould)
     }
     EXPECT_TRUE(fs::exists(given));
 }
+
+// What happens to the read end of the daemon's standard error once it has started.
+enum class LogReader
+{
+    StopsReading,
+    Exits,
+};
+
+class DaemonLogReaderTest : public DaemonProcessTest, public testing::WithParamInterface<LogReader>
+{
+};
+
+TEST_P(DaemonLogReaderTest, NeitherStopsADownloadNorTheDaemon)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    // Some 600 blocks at trace level: well over the 64 KiB a pipe holds.
+    std::string large;
+    while (large.size() < 300 * 1024)
+    {
+        large += content;
+    }
+    Write(root / "boot" / "large.bin", large);
+    const fs::path config = Config("[logging]\nlevel = \"trace\"\n" + TftpConfig("boot"));
+    int log[2];
+    ASSERT_EQ(::pipe2(log, O_CLOEXEC), 0);
+    DaemonProcess daemon({"--config", config.string()}, {}, log[1]);
+    ::close(log[1]);
+    std::string seen;
+    char buffer[4096];
+    for (int reads = 0; reads < 1000 && seen.find("TFTP server on UDP port 69") == std::string::npos; ++reads)
+    {
+        pollfd readable{log[0], POLLIN, 0};
+        ASSERT_EQ(::poll(&readable, 1, 10000), 1) << seen;
+        const ssize_t count = ::read(log[0], buffer, sizeof(buffer));
+        ASSERT_GT(count, 0) << seen;
+        seen.append(buffer, static_cast<std::size_t>(count));
+    }
+    if (GetParam() == LogReader::Exits)
+    {
+        ::close(log[0]);
+    }
+
+    Tftp("get large.bin");
+    EXPECT_TRUE(Read(root / "client" / "large.bin") == large) << "the download did not arrive whole";
+    daemon.Signal(SIGTERM);
+    EXPECT_EQ(daemon.WaitForExit(std::chrono::seconds(20)), 0);
+    if (GetParam() == LogReader::StopsReading)
+    {
+        ::close(log[0]);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Readers, DaemonLogReaderTest, testing::Values(LogReader::StopsReading, LogReader::Exits),
+                         [](const testing::TestParamInfo<LogReader>& reader) {
+                             return std::string(reader.param == LogReader::Exits ? "Exits" : "StopsReading");
+                         });

@@ -81,19 +81,16 @@ TftpServer::TftpServer(const Configuration::TftpServerSettings& settings)
       overwriteEnabled(settings.OverwriteEnabled),
       timeout(settings.Timeout == 0 ? DefaultTimeout : std::min(settings.Timeout, MaximumTimeout)),
       maxRetries(settings.MaxRetries),
-      verbose(settings.Verbose),
-      gate(std::make_shared<WorkGate>())
+      verbose(settings.Verbose)
 {
 }
 
 TftpServer::~TftpServer()
 {
     Stop();
-    // Items still queued in the base's pool find the gate closed and leave this object alone;
-    // the ones running are waited for before any member goes.
-    std::unique_lock<std::mutex> guard(gate->lock);
-    gate->closed = true;
-    gate->idle.wait(guard, [this] { return gate->active == 0; });
+    // Before any member goes: no work item runs after this, and one stuck in a system call is
+    // terminated once the join limit has passed.
+    threadPool.Shutdown();
 }
 
 void TftpServer::StartUp()
@@ -205,29 +202,7 @@ void TftpServer::Receive(std::shared_ptr<Socket> socket)
         return;
     }
     auto packet = Packet::Create(receiveBuffer.data(), static_cast<std::size_t>(received));
-    threadPool.QueueUserWorkItem([this, gate = gate, packet, address, port] {
-        {
-            std::lock_guard<std::mutex> guard(gate->lock);
-            if (gate->closed)
-            {
-                return;
-            }
-            ++gate->active;
-        }
-        struct Leave
-        {
-            WorkGate& gate;
-            ~Leave()
-            {
-                std::lock_guard<std::mutex> guard(gate.lock);
-                if (--gate.active == 0)
-                {
-                    gate.idle.notify_all();
-                }
-            }
-        } leave{*gate};
-        ProcessRequest(packet, address, port);
-    });
+    threadPool.QueueUserWorkItem([this, packet, address, port] { ProcessRequest(packet, address, port); });
 }
 
 bool TftpServer::IsAllowed(const IpAddress& address) const

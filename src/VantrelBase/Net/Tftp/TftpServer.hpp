@@ -11,7 +11,6 @@
 #include "VantrelBase/Net/Tftp/Session.hpp"
 
 #include <array>
-#include <condition_variable>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -26,7 +25,7 @@ namespace VantrelBase::Net::Tftp
 /// out from that port. The main thread receives, filters clients by the allowed ranges and ages the
 /// sessions; pool threads handle the packets. Failures are reported to clients as ERROR packets and
 /// in the log; nothing is thrown out of the server's threads. Start and Stop are for one controlling
-/// thread at a time; the destructor stops the server and waits for packets being handled.
+/// thread at a time; the destructor stops the server and its pool (a packet being handled gets the join limit).
 class VANTRELBASE_NET_EXPORT TftpServer : public ServerBase,
                                           private Qib::System::Commons::Diagnostics::Logging::Loggable<TftpServer>
 {
@@ -69,16 +68,6 @@ protected:
 private:
     using Loggable<TftpServer>::log;
 
-    /// Lets a queued work item find out whether the server still exists, and the destructor wait
-    /// for the items running.
-    struct WorkGate
-    {
-        std::mutex lock;
-        std::condition_variable idle;
-        bool closed = false;
-        unsigned long active = 0;
-    };
-
     bool IsAllowed(const Qib::System::Commons::Net::IpAddress& address) const;
     void AgeSessions();
     std::shared_ptr<Session> FindOrCreateSession(const Qib::System::Commons::Net::IpAddress& address, int port);
@@ -98,7 +87,6 @@ private:
     /// Guarded by sessionsLock.
     std::list<std::shared_ptr<Session>> sessions;
     mutable std::mutex sessionsLock;
-    std::shared_ptr<WorkGate> gate;
 };
 
 } // namespace VantrelBase::Net::Tftp

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -113,6 +115,30 @@ TEST_F(TftpServerTest, MissingFileAndDisabledReading)
     UdpClient other;
     other.Send(Request(1, "present.bin"));
     EXPECT_EQ(other.Receive()->raw, Error(2, "Access violation."));
+}
+
+TEST_F(TftpServerTest, PipesDevicesAndFoldersAreNotFoundAndServingGoesOn)
+{
+    // Opening a named pipe waits for a writer for ever; a device reads without end.
+    ASSERT_EQ(::mkfifo((home / "pipe").c_str(), 0644), 0);
+    std::filesystem::create_symlink("/dev/zero", home / "device");
+    std::filesystem::create_directory(home / "folder");
+    WriteFile(home / "f.bin", PatternBytes(700));
+    StartServer();
+    // More requests than the pool has threads.
+    for (int round = 0; round < 5; ++round)
+    {
+        for (const char* name : {"pipe", "device", "folder"})
+        {
+            UdpClient client;
+            client.Send(Request(1, name));
+            const auto reply = client.Receive();
+            ASSERT_TRUE(reply) << name;
+            EXPECT_EQ(reply->raw, Error(1, "File not found.")) << name;
+        }
+    }
+    UdpClient client;
+    EXPECT_EQ(client.Download("f.bin"), PatternBytes(700));
 }
 
 TEST_F(TftpServerTest, FileDeletedDuringTransferIsNotFoundAtTheNextAcknowledge)

@@ -13,6 +13,8 @@ class QIB_EXPORT Directory
 public:
     static bool Exists(const String& path);
     /// Creates the directory; with `createParents` missing parents too. An existing directory is fine.
+    /// A path of PATH_MAX (4096) bytes or more is refused, so one call creates at most 2047 levels,
+    /// each with one mkdir and one open relative to its parent, on a constant stack.
     static void Create(const String& path, bool createParents);
 };
 

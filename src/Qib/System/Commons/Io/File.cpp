@@ -15,12 +15,26 @@
 namespace Qib::System::Commons::Io
 {
 
-bool File::Exists(const String& path)
+namespace
+{
+
+// Any entry but a directory: what a move without overwrite must not replace.
+bool IsNonDirectory(const String& path)
 {
     struct stat status
     {
     };
     return ::stat(path.CStr(), &status) == 0 && !S_ISDIR(status.st_mode);
+}
+
+} // namespace
+
+bool File::Exists(const String& path)
+{
+    struct stat status
+    {
+    };
+    return ::stat(path.CStr(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 void File::Delete(const String& path)
@@ -33,7 +47,7 @@ void File::Delete(const String& path)
 
 void File::Move(const String& source, const String& destination, bool overwrite, bool createDirectory)
 {
-    if (!overwrite && Exists(destination))
+    if (!overwrite && IsNonDirectory(destination))
     {
         throw Qib::Exception("Cannot move file '{0}' to '{1}': {2}", source, destination, std::strerror(EEXIST));
     }

@@ -11,7 +11,9 @@ namespace Qib::System::Commons::Io
 class QIB_EXPORT File
 {
 public:
-    /// True when `path` names an existing entry that is not a directory.
+    /// True when `path` names an existing regular file (a symbolic link is followed). A named pipe,
+    /// a socket, a device node or a directory is not a file here: opening one can block a thread for
+    /// ever or read without end, so callers that serve files named by a client never reach them.
     static bool Exists(const String& path);
     static void Delete(const String& path);
     /// Moves (renames) a file. Without `overwrite` an existing destination is an error; with

@@ -6,15 +6,22 @@
 
 #include "Qib/Exception.hpp"
 #include "Qib/System/Commons/Io/Directory.hpp"
+#include "Qib/System/Commons/Threading/Thread.hpp"
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <string>
 
 using Qib::System::Commons::Io::Directory;
 using Qib::System::Commons::Io::File;
+using Qib::System::Commons::Threading::Thread;
+using Qib::System::Commons::Threading::ThreadSettings;
 using VantrelTest::TemporaryFolder;
 using VantrelTest::ErrorOf;
 
@@ -32,13 +39,19 @@ testing::AssertionResult Names(const std::string& message, const std::string& te
 
 } // namespace
 
-TEST(FileTest, ExistsOnlyForEntriesThatAreNotDirectories)
+TEST(FileTest, ExistsOnlyForRegularFiles)
 {
     TemporaryFolder folder;
     TemporaryFolder::Write(folder / "a.txt", "a");
+    ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0644), 0);
+    ASSERT_EQ(::symlink("/dev/null", (folder / "device").c_str()), 0);
+    ASSERT_EQ(::symlink("a.txt", (folder / "link").c_str()), 0);
     EXPECT_TRUE(File::Exists(folder / "a.txt"));
+    EXPECT_TRUE(File::Exists(folder / "link"));
     EXPECT_FALSE(File::Exists(folder / "missing.txt"));
     EXPECT_FALSE(File::Exists(folder.Path()));
+    EXPECT_FALSE(File::Exists(folder / "pipe"));
+    EXPECT_FALSE(File::Exists(folder / "device"));
 }
 
 TEST(FileTest, DeleteRemovesTheFile)
@@ -138,4 +151,25 @@ TEST(DirectoryTest, CreateOnAnExistingFileFails)
     EXPECT_TRUE(Names(message, folder / "plain"));
     EXPECT_TRUE(Names(message, std::strerror(EEXIST)));
     EXPECT_FALSE(Directory::Exists(folder / "plain"));
+}
+
+// A client may name a folder some two thousand levels deep; creating it must not need a deep stack.
+TEST(DirectoryTest, DeepPathOnASmallStackIsCreatedUpToThePathLimitAndRefusedBeyond)
+{
+    TemporaryFolder folder;
+    std::string deep = folder.Path();
+    while (deep.size() + 2 < PATH_MAX)
+    {
+        deep += "/d";
+    }
+    const std::string tooDeep = deep + "/d";
+    std::string refused;
+    Thread thread(ThreadSettings("Deep", 0, 0, 128 * 1024), [&](void*) {
+        Directory::Create(deep, true);
+        refused = ErrorOf([&] { Directory::Create(tooDeep, true); });
+    }, nullptr);
+    thread.Start();
+    ASSERT_TRUE(thread.Join());
+    EXPECT_TRUE(Directory::Exists(deep));
+    EXPECT_TRUE(Names(refused, std::strerror(ENAMETOOLONG)));
 }

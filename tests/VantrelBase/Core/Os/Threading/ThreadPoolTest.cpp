@@ -1,13 +1,19 @@
-// Tests of the worker pool: items run, futures deliver, the queue limit, and nothing runs after
-// destruction.
+// Tests of the worker pool: items run, futures deliver, the queue limit, a flood, and nothing runs
+// after destruction, which a stuck item cannot hold up.
 #include "VantrelBase/Core/Os/Threading/ThreadPool.hpp"
 
 #include "Qib/System/Commons/ArgumentException.hpp"
+#include "Qib/System/Commons/Threading/Thread.hpp"
+#include "Support/LogCapture.hpp"
 #include "Support/ProcessStatus.hpp"
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <chrono>
 #include <future>
 #include <memory>
@@ -248,7 +254,7 @@ TEST(ThreadPoolTest, DestructionJoinsAllWorkers)
 
 TEST(ThreadPoolTest, ConcurrentProducersLoseNoItem)
 {
-    ThreadPool pool(2, 0, 0, 0);
+    ThreadPool pool(2, 600, 0, 0);
     std::atomic<int> ran{0};
     std::vector<std::thread> producers;
     std::mutex futuresLock;
@@ -273,4 +279,103 @@ TEST(ThreadPoolTest, ConcurrentProducersLoseNoItem)
         future.get();
     }
     EXPECT_EQ(ran.load(), 600);
+}
+
+// A datagram's worth of memory, counted while it lives.
+class Payload
+{
+public:
+    explicit Payload(std::atomic<long>& live) : live(live), bytes(65527) { ++live; }
+    Payload(const Payload&) = delete;
+    ~Payload() { --live; }
+
+private:
+    std::atomic<long>& live;
+    std::vector<char> bytes;
+};
+
+TEST(ThreadPoolTest, FloodWhileTheWorkersAreBlockedHoldsOnlyTheDefaultQueueAndServiceResumes)
+{
+    VantrelTest::LogCapture capture;
+    ThreadPool pool(1, 0, 0, 0);
+    Gate gate;
+    std::promise<void> started;
+    auto blocker = pool.QueueUserWorkItem([&] {
+        started.set_value();
+        return gate.Wait();
+    });
+    ASSERT_EQ(started.get_future().wait_for(10s), std::future_status::ready);
+    std::atomic<long> live{0};
+    long peak = 0;
+    int refused = 0;
+    std::vector<std::future<void>> queued;
+    constexpr int Flood = 5000;
+    for (int i = 0; i < Flood; ++i)
+    {
+        auto future = pool.QueueUserWorkItem([payload = std::make_shared<Payload>(live)] {});
+        peak = std::max(peak, live.load());
+        if (future.wait_for(0s) == std::future_status::ready)
+        {
+            ++refused;
+            continue;
+        }
+        queued.push_back(std::move(future));
+    }
+    EXPECT_EQ(queued.size(), ThreadPool::DefaultMaxQueueLength);
+    EXPECT_EQ(refused, Flood - static_cast<int>(ThreadPool::DefaultMaxQueueLength));
+    // The memory held: the queued items and the one being refused, never the flood.
+    EXPECT_LE(peak, static_cast<long>(ThreadPool::DefaultMaxQueueLength) + 1);
+
+    gate.Open();
+    EXPECT_TRUE(blocker.get());
+    for (auto& future : queued)
+    {
+        future.get();
+    }
+    EXPECT_EQ(pool.QueueUserWorkItem([] { return 7; }).get(), 7);
+    EXPECT_EQ(live.load(), 0);
+    // Reported at once and then at most every few seconds; the rest when the pool ends.
+    pool.Shutdown();
+    int reported = 0;
+    for (const auto& record : capture.Records())
+    {
+        unsigned long limit = 0;
+        int count = 0;
+        if (std::sscanf(record.Message.c_str(), "Work queue full (%lu items waiting): %d work items dropped", &limit,
+                        &count) == 2)
+        {
+            reported += count;
+        }
+    }
+    EXPECT_EQ(reported, refused);
+}
+
+TEST(ThreadPoolTest, ShutdownEndsAnItemStuckInASystemCallAfterTheJoinLimit)
+{
+    const std::size_t threadsBefore = SettledThreadCount();
+    int never[2];
+    ASSERT_EQ(::pipe(never), 0);
+    const unsigned long joinLimit = Qib::System::Commons::Threading::Thread::GetJoinLimit();
+    Qib::System::Commons::Threading::Thread::SetJoinLimit(50);
+    std::promise<void> started;
+    std::atomic<bool> returned{false};
+    {
+        ThreadPool pool(2, 0, 0, 0);
+        pool.QueueUserWorkItem([&] {
+            started.set_value();
+            char byte = 0;
+            // Nobody writes: only termination ends this read.
+            ::read(never[0], &byte, 1);
+            returned = true;
+        });
+        ASSERT_EQ(started.get_future().wait_for(10s), std::future_status::ready);
+        const auto start = std::chrono::steady_clock::now();
+        pool.Shutdown();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+    }
+    EXPECT_FALSE(returned);
+    EXPECT_EQ(VantrelTest::CountThreads(), threadsBefore);
+    Qib::System::Commons::Threading::Thread::SetJoinLimit(joinLimit);
+    ::close(never[0]);
+    ::close(never[1]);
 }
