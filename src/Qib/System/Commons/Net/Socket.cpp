@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -33,7 +34,7 @@ int SystemType(SocketType type)
 
 } // namespace
 
-Socket::Socket(SocketType type, SocketDomain, SocketBlockingMode mode) : handle(-1)
+Socket::Socket(SocketType type, SocketDomain, SocketBlockingMode mode) : handle(-1), mode(mode)
 {
     const int flags = SOCK_CLOEXEC | (mode == SocketBlockingMode::NonBlocking ? SOCK_NONBLOCK : 0);
     const int descriptor = ::socket(AF_INET, SystemType(type) | flags, 0);
@@ -63,17 +64,45 @@ long Socket::ReceiveFrom(void* buffer, std::size_t size, IpAddress& address, int
 {
     sockaddr_in source{};
     socklen_t sourceLength = sizeof(source);
-    const ssize_t received =
-        ::recvfrom(handle, buffer, size, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
+    ssize_t received = ::recvfrom(handle, buffer, size, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
+    // A datagram already waiting costs one call; only an empty socket waits.
+    if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && MayWait())
+    {
+        if (!WaitUntilReadable(error))
+        {
+            return -1;
+        }
+        sourceLength = sizeof(source);
+        received = ::recvfrom(handle, buffer, size, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
+    }
     if (received < 0)
     {
         error = static_cast<SocketError>(errno);
         return -1;
     }
     error = SocketError::Success;
+    waitsFrom = (std::chrono::steady_clock::now() + QuietBeforeWaiting).time_since_epoch().count();
     address = IpAddress(source.sin_addr.s_addr);
     port = ntohs(source.sin_port);
     return static_cast<long>(received);
+}
+
+bool Socket::MayWait() const
+{
+    return mode == SocketBlockingMode::NonBlocking &&
+           std::chrono::steady_clock::now().time_since_epoch().count() >= waitsFrom.load();
+}
+
+bool Socket::WaitUntilReadable(SocketError& error) const
+{
+    pollfd readable{handle.load(), POLLIN, 0};
+    const int ready = ::poll(&readable, 1, static_cast<int>(ReceiveTimeout.count()));
+    if (ready > 0)
+    {
+        return true;
+    }
+    error = static_cast<SocketError>(ready == 0 ? EAGAIN : errno);
+    return false;
 }
 
 long Socket::SendTo(const void* data, std::size_t length, IpAddress address, int port, SocketError& error)
