@@ -54,7 +54,8 @@ int main(int argc, char** argv)
         for (int i = 0; i < count; ++i)
         {
             const long long deadline = Nanoseconds(CLOCK_MONOTONIC) + 1000000;
-            const timespec until{static_cast<time_t>(deadline / 1000000000LL), static_cast<long>(deadline % 1000000000LL)};
+            const timespec until{static_cast<time_t>(deadline / 1000000000LL),
+                                 static_cast<long>(deadline % 1000000000LL)};
             clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
             latency.push_back(Nanoseconds(CLOCK_MONOTONIC) - deadline);
         }

@@ -5,8 +5,8 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -36,13 +36,27 @@ int SystemType(SocketType type)
 
 Socket::Socket(SocketType type, SocketDomain, SocketBlockingMode mode) : handle(-1), mode(mode)
 {
-    const int flags = SOCK_CLOEXEC | (mode == SocketBlockingMode::NonBlocking ? SOCK_NONBLOCK : 0);
-    const int descriptor = ::socket(AF_INET, SystemType(type) | flags, 0);
+    // Both modes open a blocking descriptor: the non-blocking mode bounds its waits with a receive
+    // time-out and asks each call not to wait where it must not, so that a receive that waits stays a
+    // plain receive call (a cancellation point like any other).
+    const int descriptor = ::socket(AF_INET, SystemType(type) | SOCK_CLOEXEC, 0);
     if (descriptor < 0)
     {
         throw Qib::Exception("Cannot create socket: {0}", std::strerror(errno));
     }
     handle = descriptor;
+    if (mode == SocketBlockingMode::NonBlocking)
+    {
+        const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(ReceiveTimeout).count();
+        const timeval timeout{static_cast<time_t>(microseconds / 1000000),
+                              static_cast<suseconds_t>(microseconds % 1000000)};
+        if (::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) != 0)
+        {
+            const int error = errno;
+            Close();
+            throw Qib::Exception("Cannot set the socket's receive time-out: {0}", std::strerror(error));
+        }
+    }
 }
 
 Socket::~Socket()
@@ -64,17 +78,9 @@ long Socket::ReceiveFrom(void* buffer, std::size_t size, IpAddress& address, int
 {
     sockaddr_in source{};
     socklen_t sourceLength = sizeof(source);
-    ssize_t received = ::recvfrom(handle, buffer, size, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
-    // A datagram already waiting costs one call; only an empty socket waits.
-    if (received < 0 && (errno == EAGAIN || errno == EWOULDBLOCK) && MayWait())
-    {
-        if (!WaitUntilReadable(error))
-        {
-            return -1;
-        }
-        sourceLength = sizeof(source);
-        received = ::recvfrom(handle, buffer, size, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
-    }
+    const int flags = MayWait() ? 0 : MSG_DONTWAIT;
+    const ssize_t received =
+        ::recvfrom(handle, buffer, size, flags, reinterpret_cast<sockaddr*>(&source), &sourceLength);
     if (received < 0)
     {
         error = static_cast<SocketError>(errno);
@@ -89,27 +95,16 @@ long Socket::ReceiveFrom(void* buffer, std::size_t size, IpAddress& address, int
 
 bool Socket::MayWait() const
 {
-    return mode == SocketBlockingMode::NonBlocking &&
+    return mode == SocketBlockingMode::Blocking ||
            std::chrono::steady_clock::now().time_since_epoch().count() >= waitsFrom.load();
-}
-
-bool Socket::WaitUntilReadable(SocketError& error) const
-{
-    pollfd readable{handle.load(), POLLIN, 0};
-    const int ready = ::poll(&readable, 1, static_cast<int>(ReceiveTimeout.count()));
-    if (ready > 0)
-    {
-        return true;
-    }
-    error = static_cast<SocketError>(ready == 0 ? EAGAIN : errno);
-    return false;
 }
 
 long Socket::SendTo(const void* data, std::size_t length, IpAddress address, int port, SocketError& error)
 {
     const sockaddr_in destination = MakeAddress(address, port);
+    const int flags = MSG_NOSIGNAL | (mode == SocketBlockingMode::NonBlocking ? MSG_DONTWAIT : 0);
     const ssize_t sent =
-        ::sendto(handle, data, length, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&destination), sizeof(destination));
+        ::sendto(handle, data, length, flags, reinterpret_cast<const sockaddr*>(&destination), sizeof(destination));
     if (sent < 0)
     {
         error = static_cast<SocketError>(errno);

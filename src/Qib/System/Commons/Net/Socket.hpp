@@ -54,8 +54,8 @@ public:
     int GetLocalPort() const;
 
 private:
+    /// Whether a receive may wait now: always in the blocking mode, after quiet in the other.
     bool MayWait() const;
-    bool WaitUntilReadable(SocketError& error) const;
 
     std::atomic<int> handle;
     const SocketBlockingMode mode;
