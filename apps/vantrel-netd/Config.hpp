@@ -67,7 +67,10 @@ struct BootpSection
     bool Enabled = false;
     Qib::System::Commons::Net::IpAddress Address;
     std::uint16_t Port = 67;
-    std::uint8_t Timeout = 16;
+    /// Milliseconds per wait for a request: each wait is a wake-up, and a stop waits out one at most.
+    /// 250 ms (four wake-ups a second, like the TFTP server's idle receive) still stops within a
+    /// quarter of a second; the library's own default of 16 ms wakes sixty times a second.
+    std::uint8_t Timeout = 250;
     bool Bind = true;
     bool Broadcast = true;
     Qib::System::Commons::Net::IpAddress BootServer;

@@ -45,7 +45,9 @@ protected:
     void StartUp() override;
     /// Closes and releases the socket; the sessions stay.
     void ShutDown() override;
-    /// One pass: one receive step, then the ageing of the sessions.
+    /// One pass: one receive step, then the ageing of the sessions. The receive waits up to the
+    /// socket's receive time-out when nothing comes, so an idle server sleeps, and a session expires
+    /// at most that time-out after its own.
     void MainThreadWorker() override;
 
     /// Receives at most one datagram and queues it for the pool, when its sender is allowed.

@@ -5,6 +5,7 @@
 #include "TftpTestSupport.hpp"
 
 #include "Qib/System/Commons/Net/IpAddress.hpp"
+#include "Qib/System/Commons/Net/Socket.hpp"
 #include "Support/ProcessStatus.hpp"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@ namespace
 using namespace VantrelTest::Tftp;
 using namespace std::chrono_literals;
 using Qib::System::Commons::Net::IpAddress;
+using Qib::System::Commons::Net::Socket;
 
 std::uint32_t Value(const char* address)
 {
@@ -121,6 +123,22 @@ TEST_F(TftpServerTest, StalledTransferWithManySendsTimesOut)
     EXPECT_TRUE(logs->Contains("Session " + client.Name() + " timed out\n", 6));
     client.Send(Ack(2));
     EXPECT_EQ(client.Receive()->body, "Unexpected packet.") << "the timed-out session is gone";
+}
+
+TEST_F(TftpServerTest, IdleServerTimesASessionOutWithinOneReceiveTimeoutOfItsOwn)
+{
+    auto settings = DefaultSettings();
+    settings.MaxRetries = 0;
+    StartServer(settings); // time-out 1 s
+    WriteFile(home / "f.bin", PatternBytes(3000));
+    UdpClient client;
+    client.Send(Request(1, "f.bin"));
+    ASSERT_EQ(client.Receive()->number, 1);
+    const auto sent = std::chrono::steady_clock::now();
+    // Nothing arrives any more: only receives that give up let the passes age the session.
+    EXPECT_EQ(client.Receive()->raw, Error(0, "Timeout."));
+    const auto slack = 300ms; // scheduling on a loaded machine
+    EXPECT_LT(std::chrono::steady_clock::now() - sent, 1s + Socket::ReceiveTimeout + slack);
 }
 
 TEST_F(TftpServerTest, SecondServerCannotBindAndServesNothing)

@@ -6,6 +6,7 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,15 +34,29 @@ int SystemType(SocketType type)
 
 } // namespace
 
-Socket::Socket(SocketType type, SocketDomain, SocketBlockingMode mode) : handle(-1)
+Socket::Socket(SocketType type, SocketDomain, SocketBlockingMode mode) : handle(-1), mode(mode)
 {
-    const int flags = SOCK_CLOEXEC | (mode == SocketBlockingMode::NonBlocking ? SOCK_NONBLOCK : 0);
-    const int descriptor = ::socket(AF_INET, SystemType(type) | flags, 0);
+    // Both modes open a blocking descriptor: the non-blocking mode bounds its waits with a receive
+    // time-out and asks each call not to wait where it must not, so that a receive that waits stays a
+    // plain receive call (a cancellation point like any other).
+    const int descriptor = ::socket(AF_INET, SystemType(type) | SOCK_CLOEXEC, 0);
     if (descriptor < 0)
     {
         throw Qib::Exception("Cannot create socket: {0}", std::strerror(errno));
     }
     handle = descriptor;
+    if (mode == SocketBlockingMode::NonBlocking)
+    {
+        const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(ReceiveTimeout).count();
+        const timeval timeout{static_cast<time_t>(microseconds / 1000000),
+                              static_cast<suseconds_t>(microseconds % 1000000)};
+        if (::setsockopt(descriptor, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout)) != 0)
+        {
+            const int error = errno;
+            Close();
+            throw Qib::Exception("Cannot set the socket's receive time-out: {0}", std::strerror(error));
+        }
+    }
 }
 
 Socket::~Socket()
@@ -63,24 +78,33 @@ long Socket::ReceiveFrom(void* buffer, std::size_t size, IpAddress& address, int
 {
     sockaddr_in source{};
     socklen_t sourceLength = sizeof(source);
+    const int flags = MayWait() ? 0 : MSG_DONTWAIT;
     const ssize_t received =
-        ::recvfrom(handle, buffer, size, 0, reinterpret_cast<sockaddr*>(&source), &sourceLength);
+        ::recvfrom(handle, buffer, size, flags, reinterpret_cast<sockaddr*>(&source), &sourceLength);
     if (received < 0)
     {
         error = static_cast<SocketError>(errno);
         return -1;
     }
     error = SocketError::Success;
+    waitsFrom = (std::chrono::steady_clock::now() + QuietBeforeWaiting).time_since_epoch().count();
     address = IpAddress(source.sin_addr.s_addr);
     port = ntohs(source.sin_port);
     return static_cast<long>(received);
 }
 
+bool Socket::MayWait() const
+{
+    return mode == SocketBlockingMode::Blocking ||
+           std::chrono::steady_clock::now().time_since_epoch().count() >= waitsFrom.load();
+}
+
 long Socket::SendTo(const void* data, std::size_t length, IpAddress address, int port, SocketError& error)
 {
     const sockaddr_in destination = MakeAddress(address, port);
+    const int flags = MSG_NOSIGNAL | (mode == SocketBlockingMode::NonBlocking ? MSG_DONTWAIT : 0);
     const ssize_t sent =
-        ::sendto(handle, data, length, MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&destination), sizeof(destination));
+        ::sendto(handle, data, length, flags, reinterpret_cast<const sockaddr*>(&destination), sizeof(destination));
     if (sent < 0)
     {
         error = static_cast<SocketError>(errno);

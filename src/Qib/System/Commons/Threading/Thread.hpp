@@ -45,7 +45,10 @@ public:
     int GetPriority() const;
     const std::string& GetName() const;
 
-    /// Sleeps `milliseconds`, against a monotonic deadline. A cancellation point.
+    /// Sleeps `milliseconds` against a monotonic deadline, never less; a cancellation point. It learns
+    /// the system's wake-up latency and asks to be woken that much early, then waits out at most a
+    /// few microseconds on the processor, so that a 1 ms sleep lasts 1 ms rather than 1 ms plus the
+    /// latency. A wake-up that comes unusually fast sleeps once more to the deadline.
     static void Sleep(unsigned long milliseconds);
     /// Sets the calling thread's cancellation type to asynchronous (true) or deferred (false).
     static void SetAsynchronousCancelability(bool asynchronous);

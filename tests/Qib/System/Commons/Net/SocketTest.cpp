@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <string>
+#include <thread>
 
 using Qib::System::Commons::Net::IpAddress;
 using Qib::System::Commons::Net::Socket;
@@ -58,7 +59,7 @@ TEST(SocketTest, SecondBindOfAPortInUseFailsWith98)
     EXPECT_EQ(second.Bind(loopback, port), SocketError::Success);
 }
 
-TEST(SocketTest, NonBlockingReceiveReturnsAtOnceWithNothingToRead)
+TEST(SocketTest, NonBlockingReceiveWaitsOnlyAfterQuietAndAtMostTheReceiveTimeout)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     Socket socket = MakeSocket(SocketBlockingMode::NonBlocking);
@@ -67,9 +68,28 @@ TEST(SocketTest, NonBlockingReceiveReturnsAtOnceWithNothingToRead)
     IpAddress address;
     int port = -7;
     SocketError error = SocketError::Success;
+    auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(socket.ReceiveFrom(buffer, sizeof(buffer), address, port, error), -1);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, Socket::ReceiveTimeout);
     EXPECT_TRUE(error == EAGAIN || error == EWOULDBLOCK) << error;
     EXPECT_EQ(port, -7);
+
+    // A datagram that arrives during the wait ends it.
+    Socket sender = MakeSocket(SocketBlockingMode::NonBlocking);
+    std::thread late([&] {
+        std::this_thread::sleep_for(Socket::ReceiveTimeout / 5);
+        SocketError sendError = SocketError::Success;
+        sender.SendTo("late", 4, loopback, socket.GetLocalPort(), sendError);
+    });
+    start = std::chrono::steady_clock::now();
+    EXPECT_EQ(socket.ReceiveFrom(buffer, sizeof(buffer), address, port, error), 4);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, Socket::ReceiveTimeout);
+    late.join();
+
+    // Right after traffic the receive does not wait.
+    start = std::chrono::steady_clock::now();
+    EXPECT_EQ(socket.ReceiveFrom(buffer, sizeof(buffer), address, port, error), -1);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, Socket::ReceiveTimeout);
 }
 
 TEST(SocketTest, DatagramTravelsOverLoopbackWithItsSource)

@@ -21,6 +21,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 using Qib::System::Commons::Threading::Mutex;
 using Qib::System::Commons::Threading::Thread;
@@ -372,6 +373,29 @@ TEST(ThreadTest, SleepLastsAtLeastTheGivenTime)
     const auto zeroStart = Clock::now();
     Thread::Sleep(0);
     EXPECT_LT(MillisecondsSince(zeroStart), 1000);
+}
+
+TEST(ThreadTest, ShortSleepsOnSeveralThreadsNeverEndEarly)
+{
+    // Each sleep asks to be woken early by what its thread learnt about the wake-up latency.
+    std::atomic<int> early{0};
+    std::vector<std::thread> sleepers;
+    for (int i = 0; i < 4; ++i)
+    {
+        sleepers.emplace_back([&early] {
+            for (int n = 0; n < 150; ++n)
+            {
+                const auto start = Clock::now();
+                Thread::Sleep(1);
+                early += Clock::now() - start < std::chrono::milliseconds(1) ? 1 : 0;
+            }
+        });
+    }
+    for (auto& sleeper : sleepers)
+    {
+        sleeper.join();
+    }
+    EXPECT_EQ(early, 0);
 }
 
 TEST(ThreadTest, PriorityTheSystemRefusesIsKeptOnTheObject)
