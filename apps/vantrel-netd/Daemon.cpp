@@ -14,7 +14,6 @@
 #include "SystemdNotifier.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogLevel.hpp"
-#include "Qib/System/Commons/Threading/Thread.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
@@ -39,24 +38,10 @@ namespace
 using Qib::System::Commons::Diagnostics::Logging::LogManager;
 using Qib::System::Commons::Diagnostics::Logging::LogLevel;
 using Qib::System::Commons::Diagnostics::Logging::LogRecord;
-using Qib::System::Commons::Threading::Thread;
 
 bool IsStop(int signal)
 {
     return signal == SIGINT || signal == SIGTERM;
-}
-
-// The TFTP loop never ends by itself: its stop waits the host's join limit, then ends the thread. The
-// BOOTP loop ends within one wait for a request (its timeout in ms) and gets that long to end by
-// itself; beyond that a short margin.
-void SetJoinLimit(const Config& config)
-{
-    unsigned long milliseconds = 20;
-    if (config.Bootp.Enabled)
-    {
-        milliseconds += config.Bootp.Timeout == 0 ? 16 : config.Bootp.Timeout;
-    }
-    Thread::SetJoinLimit(milliseconds);
 }
 
 // How long a TFTP restart waits for transfers: the library gives a silent session up after its time-out
@@ -279,7 +264,6 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
     current.Tftp = running.GetConfig().Tftp;
     current.Bootp = running.GetConfig().Bootp;
     current.Logging = next->Logging;
-    SetJoinLimit(current);
     log.Info("Reload done");
 }
 
@@ -391,7 +375,6 @@ int Daemon::Run()
     tracker = std::make_unique<TransferTracker>();
     daemonLog.Observe([watched = tracker.get()](const LogRecord& record) { watched->Observe(record); },
                       static_cast<int>(LogLevel::Info));
-    SetJoinLimit(config);
     auto sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
     sweeper->SweepAll();
     servers = StartServers(config);

@@ -28,6 +28,8 @@ namespace Tftp = VantrelBase::Net::Tftp;
 namespace Bootp = VantrelBase::Net::Bootp;
 
 constexpr std::uint16_t TftpPort = 69;
+// What a stop waits beyond the time a server's loop needs to end by itself.
+constexpr unsigned long JoinMargin = 20;
 
 Tftp::Configuration::TftpServerSettings MakeTftpSettings(const TftpSection& section)
 {
@@ -179,13 +181,18 @@ void ServerSet::Stop()
 
 void ServerSet::Stop(Server server)
 {
+    // A stop joins a server's thread for at most the host's join limit, then ends it. The BOOTP loop
+    // ends by itself within one wait for a request and gets that long; the TFTP loop never ends by
+    // itself, so its wait is kept short (the library's Stop is unchanged).
     if (server == Server::Bootp && bootp)
     {
+        Thread::SetJoinLimit(JoinMargin + (config.Bootp.Timeout == 0 ? 16UL : config.Bootp.Timeout));
         bootp->Stop();
         bootp.reset();
     }
     if (server == Server::Tftp && tftp)
     {
+        Thread::SetJoinLimit(JoinMargin);
         tftp->Stop();
         tftp.reset();
     }
