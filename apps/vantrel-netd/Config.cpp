@@ -67,6 +67,10 @@ std::string Config::Describe() const
     text += fmt::format("config: {}\n", SourceFile.empty() ? "(built-in default)" : SourceFile);
     text += fmt::format("logging: level {}, to {}\n", LogLevelName(Logging.Level),
                         Logging.File.empty() ? "standard error" : Logging.File);
+    if (!Logging.Events.empty())
+    {
+        text += fmt::format("journal events: JSON lines to {}\n", Logging.Events);
+    }
     if (Tftp.Enabled)
     {
         text += fmt::format("tftp: on, UDP port 69, read {}, write {}, overwrite {}, timeout {} s, retries {}, "

@@ -79,6 +79,14 @@ struct LoggingSection
     int Level = 6;
     /// Log file to append to; empty writes to standard error.
     std::string File;
+    /// File to append the journal to as JSON lines; empty writes none.
+    std::string Events;
+};
+
+struct ControlSection
+{
+    /// The control socket's path; empty means the default (see ControlServer::DefaultPath).
+    std::string Socket;
 };
 
 /// A complete, validated configuration.
@@ -89,6 +97,7 @@ struct Config
     TftpSection Tftp;
     BootpSection Bootp;
     LoggingSection Logging;
+    ControlSection Control;
     /// Things the config allows but that will likely not do what its author means.
     std::vector<std::string> Warnings;
 

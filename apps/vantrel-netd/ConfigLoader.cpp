@@ -73,10 +73,14 @@ public:
     {
         Config config;
         config.SourceFile = sourceName;
-        RequireKnownKeys(root, "", {"tftp", "bootp", "logging"});
+        RequireKnownKeys(root, "", {"tftp", "bootp", "logging", "control"});
         if (const toml::node* node = root.get("logging"))
         {
             ReadLogging(Table(*node, "logging"), config.Logging);
+        }
+        if (const toml::node* node = root.get("control"))
+        {
+            ReadControl(Table(*node, "control"), config.Control);
         }
         if (const toml::node* node = root.get("tftp"))
         {
@@ -259,7 +263,7 @@ private:
 
     void ReadLogging(const toml::table& table, LoggingSection& logging)
     {
-        RequireKnownKeys(table, "logging", {"level", "file"});
+        RequireKnownKeys(table, "logging", {"level", "file", "events"});
         if (const toml::node* node = table.get("level"))
         {
             const std::string& name = *String(*node, "logging.level");
@@ -272,24 +276,42 @@ private:
         }
         if (const toml::node* node = table.get("file"))
         {
-            const std::string& text = *String(*node, "logging.file");
-            if (text.empty())
-            {
-                Fail(node->source(), "logging.file", "the file name is empty text");
-            }
-            const fs::path path = Resolve(text);
-            std::error_code error;
-            if (!fs::is_directory(path.parent_path(), error))
-            {
-                Fail(node->source(), "logging.file",
-                     fmt::format("directory \"{}\" does not exist", path.parent_path().string()));
-            }
-            if (fs::is_directory(path, error))
-            {
-                Fail(node->source(), "logging.file", fmt::format("\"{}\" is a directory", path.string()));
-            }
-            logging.File = path.string();
+            logging.File = FilePath(*node, "logging.file");
         }
+        if (const toml::node* node = table.get("events"))
+        {
+            logging.Events = FilePath(*node, "logging.events");
+        }
+    }
+
+    void ReadControl(const toml::table& table, ControlSection& control)
+    {
+        RequireKnownKeys(table, "control", {"socket"});
+        if (const toml::node* node = table.get("socket"))
+        {
+            control.Socket = FilePath(*node, "control.socket");
+        }
+    }
+
+    // A file the daemon creates: relative to the config's folder, in a folder that exists.
+    std::string FilePath(const toml::node& node, const std::string& key)
+    {
+        const std::string& text = *String(node, key);
+        if (text.empty())
+        {
+            Fail(node.source(), key, "the file name is empty text");
+        }
+        const fs::path path = Resolve(text);
+        std::error_code error;
+        if (!fs::is_directory(path.parent_path(), error))
+        {
+            Fail(node.source(), key, fmt::format("directory \"{}\" does not exist", path.parent_path().string()));
+        }
+        if (fs::is_directory(path, error))
+        {
+            Fail(node.source(), key, fmt::format("\"{}\" is a directory", path.string()));
+        }
+        return path.string();
     }
 
     void ReadTftp(const toml::table& table, TftpSection& tftp)
