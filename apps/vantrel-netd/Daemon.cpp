@@ -75,6 +75,19 @@ void ProbeBindings(const std::vector<ServerSet::Binding>& bindings, const std::v
     }
 }
 
+// Hands the host sockets' datagrams to the tracker while it lives; removed on every way out of Run.
+class ReceiveObservation
+{
+public:
+    explicit ReceiveObservation(const TransferTracker& tracker)
+    {
+        Qib::System::Commons::Net::Socket::SetReceiveObserver(tracker.GetReceiveObserver());
+    }
+    ~ReceiveObservation() { Qib::System::Commons::Net::Socket::SetReceiveObserver(nullptr); }
+    ReceiveObservation(const ReceiveObservation&) = delete;
+    ReceiveObservation& operator=(const ReceiveObservation&) = delete;
+};
+
 // The BOOTP server's replies reach the journal through its assigned callback.
 void ObserveAssignments(ServerSet& servers, TransferTracker& tracker)
 {
@@ -365,6 +378,7 @@ int Daemon::Run()
     tracker = std::make_unique<TransferTracker>();
     daemonLog.Observe([watched = tracker.get()](const LogRecord& record) { watched->Observe(record); },
                       static_cast<int>(LogLevel::Info));
+    const ReceiveObservation observation(*tracker);
     ApplyEvents(config);
     status = std::make_unique<StatusReport>(*tracker);
     status->SetSettings(config.Describe());

@@ -108,6 +108,12 @@ std::string Journal::Describe(const TransferEnd& transfer)
     {
         outcome += ", damaged";
     }
+    if (transfer.Mode == "netascii")
+    {
+        // The server moves the bytes as they are: a text client that converts line ends gets them wrong.
+        outcome += transfer.Upload ? ", netascii requested and stored unconverted"
+                                   : ", netascii requested and served unconverted";
+    }
     std::string amount;
     const double seconds = Seconds(transfer.Start, transfer.End);
     if (transfer.Bytes)
@@ -119,8 +125,9 @@ std::string Journal::Describe(const TransferEnd& transfer)
     {
         amount = fmt::format(" after {:.3f} s", seconds);
     }
-    return fmt::format("tftp: {} {} `{}` ({}): {}{}", transfer.Upload ? "upload" : "download", transfer.Client,
-                       transfer.RequestedName, transfer.LocalPath, outcome, amount);
+    return fmt::format("tftp: {} {} `{}` ({}) {}: {}{}", transfer.Upload ? "upload" : "download", transfer.Client,
+                       transfer.RequestedName, transfer.LocalPath, transfer.Mode.empty() ? "?" : transfer.Mode,
+                       outcome, amount);
 }
 
 nlohmann::json Journal::ToJson(const TransferEnd& transfer)
@@ -135,6 +142,7 @@ nlohmann::json Journal::ToJson(const TransferEnd& transfer)
         {"path", transfer.LocalPath},
         {"bytes", nullptr},
         {"seconds", seconds},
+        {"mode", transfer.Mode.empty() ? nlohmann::json(nullptr) : nlohmann::json(transfer.Mode)},
         {"outcome", OutcomeName(transfer.Result)},
         {"damaged", transfer.Damaged},
         {"text", Describe(transfer)},
@@ -182,7 +190,7 @@ void Journal::TransferEnded(const TransferEnd& transfer)
         return;
     }
     const std::string line = Describe(transfer);
-    if (transfer.Result == Outcome::Complete && !transfer.Damaged)
+    if (transfer.Result == Outcome::Complete && !transfer.Damaged && transfer.Mode != "netascii")
     {
         log.Info("{0}", line);
     }

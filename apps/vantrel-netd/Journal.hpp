@@ -57,6 +57,8 @@ public:
         /// What cut it ("the reload", "the stop"), or the bytes of a ".part" upload's last block.
         std::string Detail;
         bool Damaged = false;
+        /// The mode the request named, lower case; empty when unknown.
+        std::string Mode;
     };
 
     struct Device

@@ -9,8 +9,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <arpa/inet.h>
+
+#include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
+#include <cstdlib>
 
 namespace VantrelNetd
 {
@@ -87,10 +92,108 @@ std::optional<std::uint64_t> UploadedBytes(const std::string& localPath)
     return part ? part : SizeOf(localPath);
 }
 
+// The key of a client in the acknowledgement table: its address (as the host holds it) and port.
+std::uint64_t PeerKey(std::uint32_t address, int port)
+{
+    return (static_cast<std::uint64_t>(address) << 16) | static_cast<std::uint16_t>(port);
+}
+
+std::uint64_t PeerKey(const std::string& client)
+{
+    const std::size_t colon = client.rfind(':');
+    in_addr address{};
+    if (colon == std::string::npos || ::inet_pton(AF_INET, client.substr(0, colon).c_str(), &address) != 1)
+    {
+        return 0;
+    }
+    return PeerKey(address.s_addr, std::atoi(client.c_str() + colon + 1));
+}
+
+// TFTP opcodes of the datagrams the tracker reads.
+constexpr std::uint8_t ReadRequestCode = 1;
+constexpr std::uint8_t WriteRequestCode = 2;
+constexpr std::uint8_t AcknowledgeCode = 4;
+
+// The mode of a request datagram (opcode, name, NUL, mode, NUL), lower case; empty when malformed.
+std::string ModeOf(const std::uint8_t* data, std::size_t length)
+{
+    const auto* end = data + length;
+    const auto* name = std::find(data + 2, end, 0);
+    if (name == end)
+    {
+        return "";
+    }
+    const auto* mode = std::find(name + 1, end, 0);
+    if (mode == end)
+    {
+        return "";
+    }
+    std::string text(name + 1, mode);
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
 } // namespace
 
-TransferTracker::TransferTracker() : worker([this] { Work(); })
+TransferTracker::TransferTracker()
+    : receiveObserver{[](void* context, const void* data, std::size_t length,
+                         const Qib::System::Commons::Net::IpAddress& address,
+                         int port) { static_cast<TransferTracker*>(context)->Received(data, length, address, port); },
+                      this},
+      worker([this] { Work(); })
 {
+}
+
+void TransferTracker::Received(const void* data, std::size_t length,
+                               const Qib::System::Commons::Net::IpAddress& address, int port)
+{
+    const auto* bytes = static_cast<const std::uint8_t*>(data);
+    if (length < 4 || bytes[0] != 0)
+    {
+        return;
+    }
+    const std::uint64_t key = PeerKey(address.GetValue(), port);
+    if (bytes[1] == AcknowledgeCode)
+    {
+        // Every acknowledgement passes here: one short lock, nothing else on the server's thread.
+        const auto block = static_cast<std::uint16_t>((bytes[2] << 8) | bytes[3]);
+        std::lock_guard<std::mutex> guard(acknowledgedLock);
+        acknowledged[key] = block;
+        return;
+    }
+    if (bytes[1] == ReadRequestCode || bytes[1] == WriteRequestCode)
+    {
+        {
+            std::lock_guard<std::mutex> guard(acknowledgedLock);
+            acknowledged[key] = 0;
+        }
+        const std::string text = address.ToString().GetStdString();
+        Queue(Event{Kind::RequestMode, 0, {text, std::to_string(port), ModeOf(bytes, length)},
+                    std::chrono::system_clock::now()});
+    }
+}
+
+std::optional<std::uint64_t> TransferTracker::Acknowledged(const Transfer& transfer) const
+{
+    std::lock_guard<std::mutex> guard(acknowledgedLock);
+    const auto found = acknowledged.find(PeerKey(transfer.Client));
+    if (found == acknowledged.end())
+    {
+        return std::nullopt;
+    }
+    return std::min<std::uint64_t>(found->second * BlockSize, static_cast<std::uint64_t>(transfer.SizeAtStart));
+}
+
+std::string TransferTracker::TakeMode(const std::string& client)
+{
+    const auto found = requestModes.find(client);
+    if (found == requestModes.end())
+    {
+        return "";
+    }
+    std::string mode = found->second;
+    requestModes.erase(found);
+    return mode;
 }
 
 TransferTracker::~TransferTracker()
@@ -277,13 +380,17 @@ void TransferTracker::Handle(const Event& event)
     case Kind::DeviceAssigned:
         journal.DeviceSeen(arguments[0], arguments[1], event.time);
         return;
+    case Kind::RequestMode:
+        requestModes[client] = arguments[2];
+        return;
     }
 }
 
 void TransferTracker::StartDownload(const std::string& client, const Event& event)
 {
     const std::vector<std::string>& arguments = event.arguments;
-    Transfer transfer{client, false, arguments[2], arguments.size() > 3 ? arguments[3] : "", event.time};
+    Transfer transfer{client, false, arguments[2], arguments.size() > 3 ? arguments[3] : "", event.time, 0, 0, false,
+                      TakeMode(client)};
     struct stat status
     {
     };
@@ -325,7 +432,8 @@ void TransferTracker::StartDownload(const std::string& client, const Event& even
 void TransferTracker::StartUpload(const std::string& client, const Event& event)
 {
     const std::vector<std::string>& arguments = event.arguments;
-    Transfer transfer{client, true, arguments[2], arguments.size() > 3 ? arguments[3] : "", event.time};
+    Transfer transfer{client, true, arguments[2], arguments.size() > 3 ? arguments[3] : "", event.time, 0, 0, false,
+                      TakeMode(client)};
     {
         std::lock_guard<std::mutex> guard(stateLock);
         transfers.erase(client);
@@ -396,7 +504,7 @@ void TransferTracker::End(const std::string& client, Outcome outcome, Journal::T
 Journal::TransferEnd TransferTracker::Summarise(const Transfer& transfer, Outcome outcome, Journal::Time when) const
 {
     Journal::TransferEnd summary{transfer.Client, transfer.Upload, transfer.RequestedName, transfer.LocalPath,
-                                 std::nullopt, transfer.Start, when, outcome, "", transfer.Damaged};
+                                 std::nullopt, transfer.Start, when, outcome, "", transfer.Damaged, transfer.Mode};
     if (transfer.Upload)
     {
         summary.Bytes = UploadedBytes(transfer.LocalPath);
@@ -412,6 +520,10 @@ Journal::TransferEnd TransferTracker::Summarise(const Transfer& transfer, Outcom
     else if (outcome == Outcome::Complete)
     {
         summary.Bytes = static_cast<std::uint64_t>(transfer.SizeAtStart);
+    }
+    else
+    {
+        summary.Bytes = Acknowledged(transfer);
     }
     return summary;
 }

@@ -6,6 +6,7 @@
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogRecord.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
+#include "Qib/System/Commons/Net/Socket.hpp"
 
 #include <chrono>
 #include <condition_variable>
@@ -15,6 +16,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 namespace VantrelNetd
@@ -40,6 +42,8 @@ public:
         std::int64_t SizeAtStart = 0;
         std::int64_t ModifiedAtStart = 0;
         bool Damaged = false;
+        /// The mode the request named ("octet", "netascii"), lower case; empty when not seen.
+        std::string Mode;
     };
 
     /// A download of a file with more than this many 512-byte blocks wraps the 16-bit block number and
@@ -56,6 +60,13 @@ public:
 
     /// Queues a TFTP or BOOTP server record; returns at once and ignores every other record.
     void Observe(const Qib::System::Commons::Diagnostics::Logging::LogRecord& record);
+    /// Sees a datagram the TFTP server receives (from the host socket's observer): notes the mode of a
+    /// request and how far a download is acknowledged. Returns at once.
+    void Received(const void* data, std::size_t length, const Qib::System::Commons::Net::IpAddress& address,
+                  int port);
+    /// The observer that hands the host sockets' datagrams to Received.
+    const Qib::System::Commons::Net::Socket::ReceiveObserver* GetReceiveObserver() const { return &receiveObserver; }
+
     /// Queues a BOOTP assignment (from the server's assigned callback); returns at once.
     void Assigned(const std::string& hardware, const std::string& address);
     /// Whether the running TFTP server serves downloads: without, a read request is refused unlogged.
@@ -87,6 +98,7 @@ public:
         PartFileFailed,
         DeviceWithoutConfiguration,
         DeviceAssigned,
+        RequestMode,
     };
 
 private:
@@ -107,6 +119,8 @@ private:
     void CheckSharedPath(Transfer& transfer);
     void End(const std::string& client, Journal::Outcome outcome, Journal::Time when);
     Journal::TransferEnd Summarise(const Transfer& transfer, Journal::Outcome outcome, Journal::Time when) const;    void WarnWhenTooLarge(const Transfer& transfer, std::uint64_t size) const;
+    std::optional<std::uint64_t> Acknowledged(const Transfer& transfer) const;
+    std::string TakeMode(const std::string& client);
 
     mutable std::mutex queueLock;
     std::condition_variable queued;
@@ -119,6 +133,13 @@ private:
     mutable std::mutex stateLock;
     std::map<std::string, Transfer> transfers;
     bool readEnabled = true;
+
+    // The last block each client acknowledged, by address and port; written on the server's receive thread.
+    mutable std::mutex acknowledgedLock;
+    std::unordered_map<std::uint64_t, std::uint16_t> acknowledged;
+    // Modes of requests seen on the socket and not yet matched with their request record (worker only).
+    std::map<std::string, std::string> requestModes;
+    Qib::System::Commons::Net::Socket::ReceiveObserver receiveObserver;
 
     Journal journal;
 

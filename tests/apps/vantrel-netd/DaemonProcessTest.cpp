@@ -163,6 +163,16 @@ TEST_F(DaemonProcessTest, ServesDownloadsAndUploadsAndStopsWithSigtermWithinASec
     const std::string log = daemon->StandardError();
     EXPECT_NE(log.find("SIGTERM: stopping"), std::string::npos) << log;
     EXPECT_EQ(log.find("ERROR"), std::string::npos) << log;
+    // One summary line each, no second session for the download's final acknowledgement, and the
+    // engine's own lines left to the debug level.
+    const std::string download = "`image.bin` (" + (root / "boot" / "image.bin").string() + ") octet: complete, " +
+                                 std::to_string(content.size()) + " bytes in ";
+    const std::string upload =
+        "`stored.txt` (" + (root / "boot" / "stored.txt").string() + ") octet: complete, 21 bytes in ";
+    EXPECT_NE(log.find(download), std::string::npos) << log;
+    EXPECT_NE(log.find(upload), std::string::npos) << log;
+    EXPECT_EQ(log.find("tftp: download"), log.rfind("tftp: download")) << log;
+    EXPECT_EQ(log.find("Create session"), std::string::npos) << log;
 }
 
 TEST_F(DaemonProcessTest, WithoutAConfigServesTheTftpRootReadOnlyAndStopsWithSigint)
@@ -416,7 +426,7 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
         EXPECT_NE(log.find(item.change), std::string::npos) << log;
         // The download ran across the reload and arrived whole; none was cut.
         const std::size_t summary = log.find("`big.bin` (" + (root / "boot" / "big.bin").string() +
-                                             "): complete, 1048576 bytes in ");
+                                             ") octet: complete, 1048576 bytes in ");
         EXPECT_NE(summary, std::string::npos) << log;
         EXPECT_LT(log.find("SIGHUP: reloading"), summary) << log;
         EXPECT_TRUE(Read(root / "client" / "big.bin") == image) << log;
@@ -452,7 +462,7 @@ TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
         }
         const std::string cause = during == SIGTERM ? "the stop" : "the reload";
         EXPECT_TRUE(daemon->WaitForError("tftp: download " + client.Name() + " `image.bin` (" +
-                                         (root / "boot" / "image.bin").string() + "): cut by " + cause))
+                                         (root / "boot" / "image.bin").string() + ") octet: cut by " + cause))
             << daemon->StandardError();
         if (during != SIGTERM)
         {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -166,5 +167,32 @@ TEST(TransferTrackerTest, ADownloadOfAFileReplacedMeanwhileIsDamaged)
     ASSERT_EQ(recent.size(), 1U);
     EXPECT_EQ(recent[0].at("damaged"), true);
     EXPECT_NE(recent[0].at("text").get<std::string>().find("complete, damaged"), std::string::npos) << recent.dump();
+    std::filesystem::remove_all(home);
+}
+
+TEST(TransferTrackerTest, TheRequestDatagramGivesTheModeAndAcknowledgementsTheBytesOfAnUnfinishedDownload)
+{
+    const std::filesystem::path home =
+        std::filesystem::temp_directory_path() / ("transfer-mode-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(home);
+    const std::string file = (home / "image.bin").string();
+    std::ofstream(file) << std::string(5000, 'x');
+    const Qib::System::Commons::Net::IpAddress client(htonl(0x0A000001));
+    const char request[] = "\0\1image.bin\0NetASCII";
+    const unsigned char acknowledgement[] = {0, 4, 0, 3};
+    TransferTracker tracker;
+    tracker.Received(request, sizeof(request), client, 1000);
+    tracker.Observe(Record("Client {0}:{1} read request `{2}` -> `{3}`", {"10.0.0.1", "1000", "image.bin", file}));
+    tracker.Received(acknowledgement, sizeof(acknowledgement), client, 1000);
+    tracker.Observe(Record("Session {0}:{1} timed out\n", {"10.0.0.1", "1000"}));
+    tracker.Settle();
+    const nlohmann::json recent = tracker.GetJournal().Recent();
+    ASSERT_EQ(recent.size(), 1U);
+    EXPECT_EQ(recent[0].at("mode"), "netascii");
+    EXPECT_EQ(recent[0].at("outcome"), "timed-out");
+    EXPECT_EQ(recent[0].at("bytes"), 3 * 512);
+    EXPECT_NE(recent[0].at("text").get<std::string>().find("netascii requested and served unconverted"),
+              std::string::npos)
+        << recent.dump();
     std::filesystem::remove_all(home);
 }

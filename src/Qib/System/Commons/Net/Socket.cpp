@@ -17,6 +17,8 @@ namespace Qib::System::Commons::Net
 namespace
 {
 
+std::atomic<const Socket::ReceiveObserver*> receiveObserver{nullptr};
+
 sockaddr_in MakeAddress(const IpAddress& address, int port)
 {
     sockaddr_in socketAddress{};
@@ -73,7 +75,16 @@ long Socket::ReceiveFrom(void* buffer, std::size_t size, IpAddress& address, int
     error = SocketError::Success;
     address = IpAddress(source.sin_addr.s_addr);
     port = ntohs(source.sin_port);
+    if (const ReceiveObserver* observer = receiveObserver.load(std::memory_order_acquire))
+    {
+        observer->Call(observer->Context, buffer, static_cast<std::size_t>(received), address, port);
+    }
     return static_cast<long>(received);
+}
+
+void Socket::SetReceiveObserver(const ReceiveObserver* observer) noexcept
+{
+    receiveObserver.store(observer, std::memory_order_release);
 }
 
 long Socket::SendTo(const void* data, std::size_t length, IpAddress address, int port, SocketError& error)
