@@ -36,6 +36,8 @@ struct Recognised
 };
 
 constexpr std::size_t NoClient = static_cast<std::size_t>(-1);
+// How many clients the tables of modes and acknowledgements keep at most.
+constexpr std::size_t PeerLimit = 4096;
 
 using Kind = TransferTracker::Kind;
 using Outcome = Journal::Outcome;
@@ -158,6 +160,12 @@ void TransferTracker::Received(const void* data, std::size_t length,
         // Every acknowledgement passes here: one short lock, nothing else on the server's thread.
         const auto block = static_cast<std::uint16_t>((bytes[2] << 8) | bytes[3]);
         std::lock_guard<std::mutex> guard(acknowledgedLock);
+        if (acknowledged.size() >= PeerLimit && acknowledged.count(key) == 0)
+        {
+            // Stray acknowledgements from many ports: forget them rather than grow; byte counts of
+            // downloads in progress start again from their next acknowledgement.
+            acknowledged.clear();
+        }
         acknowledged[key] = block;
         return;
     }
@@ -381,6 +389,11 @@ void TransferTracker::Handle(const Event& event)
         journal.DeviceSeen(arguments[0], arguments[1], event.time);
         return;
     case Kind::RequestMode:
+        // Requests the server drops without a record (clients outside the allowed range) leave theirs.
+        if (requestModes.size() >= PeerLimit)
+        {
+            requestModes.clear();
+        }
         requestModes[client] = arguments[2];
         return;
     }
@@ -484,6 +497,7 @@ void TransferTracker::End(const std::string& client, Outcome outcome, Journal::T
         transfer = found->second;
         transfers.erase(found);
     }
+
     if (!transfer.Upload && outcome == Outcome::Complete)
     {
         struct stat status
@@ -499,6 +513,8 @@ void TransferTracker::End(const std::string& client, Outcome outcome, Journal::T
         }
     }
     journal.TransferEnded(Summarise(transfer, outcome, when));
+    std::lock_guard<std::mutex> guard(acknowledgedLock);
+    acknowledged.erase(PeerKey(client));
 }
 
 Journal::TransferEnd TransferTracker::Summarise(const Transfer& transfer, Outcome outcome, Journal::Time when) const
