@@ -128,7 +128,8 @@ TEST(TransferTrackerTest, EachEndingGivesOneJournalEntryWithItsOutcome)
         std::filesystem::remove(upload + ".part");
         if (item.uploaded != 0)
         {
-            std::ofstream(item.uploaded > 0 ? upload + ".part" : upload) << std::string(std::labs(item.uploaded), 'u');
+            const auto size = static_cast<std::size_t>(std::labs(item.uploaded));
+            std::ofstream(item.uploaded > 0 ? upload + ".part" : upload) << std::string(size, 'u');
         }
         TransferTracker tracker;
         tracker.SetReadEnabled(item.readEnabled);
