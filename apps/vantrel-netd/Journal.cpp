@@ -287,7 +287,8 @@ nlohmann::json Journal::Devices() const
                         {"times_seen", device.TimesSeen},
                         {"first_seen", UtcText(device.FirstSeen)},
                         {"last_seen", UtcText(device.LastSeen)},
-                        {"assigned", device.Assigned.empty() ? nlohmann::json(nullptr) : nlohmann::json(device.Assigned)}});
+                        {"assigned",
+                         device.Assigned.empty() ? nlohmann::json(nullptr) : nlohmann::json(device.Assigned)}});
     }
     return list;
 }

@@ -14,6 +14,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <unordered_map>
@@ -118,7 +119,8 @@ private:
     void Refuse(const Transfer& transfer, Journal::Outcome outcome, Journal::Time when);
     void CheckSharedPath(Transfer& transfer);
     void End(const std::string& client, Journal::Outcome outcome, Journal::Time when);
-    Journal::TransferEnd Summarise(const Transfer& transfer, Journal::Outcome outcome, Journal::Time when) const;    void WarnWhenTooLarge(const Transfer& transfer, std::uint64_t size) const;
+    Journal::TransferEnd Summarise(const Transfer& transfer, Journal::Outcome outcome, Journal::Time when) const;
+    void WarnWhenTooLarge(const Transfer& transfer, std::uint64_t size) const;
     std::optional<std::uint64_t> Acknowledged(const Transfer& transfer) const;
     std::string TakeMode(const std::string& client);
 

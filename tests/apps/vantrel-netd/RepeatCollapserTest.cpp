@@ -8,7 +8,8 @@ using VantrelNetd::RepeatCollapser;
 TEST(RepeatCollapserTest, PassesTheFirstLinesOfEachKindAndCountsTheRestOncePerWindow)
 {
     std::vector<std::pair<std::string, std::uint64_t>> summaries;
-    RepeatCollapser collapser([&](const std::string& kind, std::uint64_t count) { summaries.emplace_back(kind, count); });
+    RepeatCollapser collapser(
+        [&](const std::string& kind, std::uint64_t count) { summaries.emplace_back(kind, count); });
     const auto start = RepeatCollapser::Clock::now();
     std::uint64_t passed = 0;
     for (std::uint64_t line = 0; line < RepeatCollapser::Allowed + 7; ++line)

@@ -84,7 +84,8 @@ TEST(TransferTrackerTest, EachEndingGivesOneJournalEntryWithItsOutcome)
     const std::string upload = (home / "up.bin").string();
     const std::string client[] = {"10.0.0.1", "1000"};
     const auto read = [&](const std::string& name) {
-        return Record("Client {0}:{1} read request `{2}` -> `{3}`", {client[0], client[1], name, (home / name).string()});
+        return Record("Client {0}:{1} read request `{2}` -> `{3}`",
+                      {client[0], client[1], name, (home / name).string()});
     };
     const LogRecord write = Record("Client {0}:{1} read request `{2}` -> ``", {client[0], client[1], "up.bin", upload});
     const LogRecord sent = Record("Sent last packet of {0} to {1}:{2}", {file, client[0], client[1]});
