@@ -580,3 +580,35 @@ TEST_F(DaemonProcessTest, StatusAnswersOnlyItsOwnerAndSaysWhenNoDaemonRuns)
     EXPECT_EQ(daemon->WaitForExit(), 0);
     EXPECT_FALSE(fs::exists(root / "netd.sock"));
 }
+
+TEST_F(DaemonProcessTest, RealClientsRequestsEachGetTheirOneSummaryLine)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    auto daemon = StartDaemon({"--config", Config(TftpConfig("boot", true)).string()});
+    Write(root / "client" / "new.txt", "new\n");
+    const std::string boot = (root / "boot").string();
+    struct Case
+    {
+        std::string command;
+        std::string line;
+    };
+    const Case cases[] = {
+        {"-m netascii 127.0.0.1 -c get image.bin",
+         "`image.bin` (" + boot + "/image.bin) netascii: complete, netascii requested and served unconverted, " +
+             std::to_string(content.size()) + " bytes in "},
+        {"-m binary 127.0.0.1 -c get absent.bin", "`absent.bin` (" + boot + "/absent.bin) octet: refused: not found"},
+        {"-m binary 127.0.0.1 -c put new.txt image.bin",
+         "`image.bin` (" + boot + "/image.bin) octet: refused: the file exists and overwriting is off"},
+    };
+    for (const Case& item : cases)
+    {
+        const std::size_t from = daemon->StandardError().size();
+        VantrelTest::Shell("cd '" + (root / "client").string() + "' && timeout 5 tftp " + item.command +
+                           " >/dev/null 2>&1");
+        EXPECT_TRUE(daemon->WaitForError(item.line, std::chrono::seconds(5), from)) << daemon->StandardError();
+        const std::string after = daemon->StandardError().substr(from);
+        EXPECT_EQ(after.find("tftp: "), after.rfind("tftp: ")) << after;
+    }
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+}
