@@ -25,11 +25,13 @@ const char* const footer = R"(Examples:
   vantrel-netd --config /etc/vantrel-netd.toml  run the servers a config file describes
   vantrel-netd --config site.toml --check       validate a config and show what would run
   vantrel-netd --config site.toml --user tftp   run the servers as user tftp
+  vantrel-netd status --config site.toml        show transfers and devices of the running daemon
 
 Signals: SIGINT and SIGTERM stop the servers and exit 0; SIGHUP reopens the log file and
 re-reads the config, restarting only the servers whose settings changed.
 Exit statuses: 0 clean stop, 1 runtime failure, 64 bad command line, 69 port in use,
-73 log file cannot be opened, 77 no privilege, 78 bad config.)";
+73 log file cannot be opened, 76 unreadable answer on the control socket, 77 no privilege,
+78 bad config.)";
 
 } // namespace
 
@@ -60,6 +62,13 @@ CommandLine::Result CommandLine::Parse(const std::vector<std::string>& arguments
                                            "to bind ports below 1024)")
         ->type_name("NAME");
 
+    CLI::App* status = app.add_subcommand("status", "show the running daemon's servers, transfers and devices");
+    status->add_flag("--json", options.Json, "print the status as one JSON object");
+    status->add_option("--socket", options.SocketPath, "the daemon's control socket (default: the config's)")
+        ->type_name("PATH");
+    status->add_option("-c,--config", options.ConfigFile, "the config the daemon runs, to find its socket")
+        ->type_name("FILE");
+
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try
     {
@@ -83,6 +92,7 @@ CommandLine::Result CommandLine::Parse(const std::vector<std::string>& arguments
     {
         options.LogLevel = LogLevelFromName(level);
     }
+    options.Status = status->parsed();
     if (options.Check && options.ConfigFile.empty())
     {
         result.ExitStatus = BadCommandLine;

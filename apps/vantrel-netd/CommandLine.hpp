@@ -18,6 +18,11 @@ struct Options
     std::string TftpRoot = "./tftpboot";
     /// User to run the servers as; empty keeps the current user.
     std::string User;
+    /// `status`: ask the running daemon instead of running one.
+    bool Status = false;
+    bool Json = false;
+    /// The control socket to ask; empty: the config's, or the default.
+    std::string SocketPath;
 };
 
 /// Parses the command line. Distinct objects: safe.

@@ -69,6 +69,10 @@ std::string Config::Describe() const
     text += fmt::format("logging: level {}, to {}\n", LogLevelName(Logging.Level),
                         Logging.Target == LogTarget::File ? Logging.File : targets[static_cast<int>(Logging.Target)]);
     text += fmt::format("daemon: confine {}\n", OnOff(Confine));
+    if (!Logging.Events.empty())
+    {
+        text += fmt::format("journal events: JSON lines to {}\n", Logging.Events);
+    }
     if (Tftp.Enabled)
     {
         text += fmt::format("tftp: on, UDP port 69, read {}, write {}, overwrite {}, timeout {} s, retries {}, "

@@ -94,6 +94,14 @@ struct LoggingSection
     LogTarget Target = LogTarget::StandardError;
     /// Log file to append to, with LogTarget::File.
     std::string File;
+    /// File to append the journal to as JSON lines; empty writes none.
+    std::string Events;
+};
+
+struct ControlSection
+{
+    /// The control socket's path; empty means the default (see ControlServer::DefaultPath).
+    std::string Socket;
 };
 
 /// A complete, validated configuration.
@@ -106,6 +114,7 @@ struct Config
     LoggingSection Logging;
     /// Confine the file system view to the home folders when the process may (daemon.confine).
     bool Confine = true;
+    ControlSection Control;
     /// Things the config allows but that will likely not do what its author means.
     std::vector<std::string> Warnings;
 

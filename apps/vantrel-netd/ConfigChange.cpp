@@ -158,6 +158,7 @@ ConfigChange::ConfigChange(const Config& before, const Config& after)
 {
     Compare(logging, "level", before.Logging.Level, after.Logging.Level);
     Compare(logging, "file", before.Logging.File, after.Logging.File);
+    Compare(logging, "events", before.Logging.Events, after.Logging.Events);
 }
 
 std::string ConfigChange::Describe() const

@@ -82,7 +82,7 @@ public:
     {
         Config config;
         config.SourceFile = sourceName;
-        RequireKnownKeys(root, "", {"daemon", "tftp", "bootp", "logging"});
+        RequireKnownKeys(root, "", {"daemon", "tftp", "bootp", "logging", "control"});
         if (const toml::node* node = root.get("daemon"))
         {
             const toml::table& daemon = Table(*node, "daemon");
@@ -92,6 +92,10 @@ public:
         if (const toml::node* node = root.get("logging"))
         {
             ReadLogging(Table(*node, "logging"), config.Logging);
+        }
+        if (const toml::node* node = root.get("control"))
+        {
+            ReadControl(Table(*node, "control"), config.Control);
         }
         if (const toml::node* node = root.get("tftp"))
         {
@@ -281,7 +285,7 @@ private:
 
     void ReadLogging(const toml::table& table, LoggingSection& logging)
     {
-        RequireKnownKeys(table, "logging", {"level", "target", "file"});
+        RequireKnownKeys(table, "logging", {"level", "target", "file", "events"});
         if (const toml::node* node = table.get("level"))
         {
             const std::string& name = *String(*node, "logging.level");
@@ -294,35 +298,16 @@ private:
         }
         if (const toml::node* node = table.get("file"))
         {
-            const std::string& text = *String(*node, "logging.file");
-            if (text.empty())
-            {
-                Fail(node->source(), "logging.file", "the file name is empty text");
-            }
-            const fs::path path = Resolve(text);
-            std::error_code error;
-            if (!KeptFolders::IsFolder(path.parent_path().string()) && Confinement::IsActive())
-            {
-                Fail(node->source(), "logging.file",
-                     fmt::format("directory \"{}\" is not the log folder the confined daemon was started with: "
-                                 "restart vantrel-netd to log there",
-                                 path.parent_path().string()));
-            }
-            if (!KeptFolders::IsFolder(path.parent_path().string()))
-            {
-                Fail(node->source(), "logging.file",
-                     fmt::format("directory \"{}\" does not exist", path.parent_path().string()));
-            }
-            if (fs::is_directory(path, error))
-            {
-                Fail(node->source(), "logging.file", fmt::format("\"{}\" is a directory", path.string()));
-            }
-            logging.File = path.string();
+            logging.File = FilePath(*node, "logging.file");
             logging.Target = LogTarget::File;
         }
         if (const toml::node* node = table.get("target"))
         {
             ReadLogTarget(*node, logging);
+        }
+        if (const toml::node* node = table.get("events"))
+        {
+            logging.Events = FilePath(*node, "logging.events");
         }
     }
 
@@ -347,6 +332,42 @@ private:
         }
         logging.Target = name == "journal" ? LogTarget::Journal : name == "file" ? LogTarget::File
                                                                                  : LogTarget::StandardError;
+    }
+
+    void ReadControl(const toml::table& table, ControlSection& control)
+    {
+        RequireKnownKeys(table, "control", {"socket"});
+        if (const toml::node* node = table.get("socket"))
+        {
+            control.Socket = FilePath(*node, "control.socket");
+        }
+    }
+
+    // A file the daemon creates: relative to the config's folder, in a folder that exists (once the
+    // daemon is confined: one it kept at the start).
+    std::string FilePath(const toml::node& node, const std::string& key)
+    {
+        const std::string& text = *String(node, key);
+        if (text.empty())
+        {
+            Fail(node.source(), key, "the file name is empty text");
+        }
+        const fs::path path = Resolve(text);
+        std::error_code error;
+        if (!KeptFolders::IsFolder(path.parent_path().string()))
+        {
+            Fail(node.source(), key,
+                 Confinement::IsActive()
+                     ? fmt::format("directory \"{}\" is not a folder the confined daemon was started with: "
+                                   "restart vantrel-netd to use it",
+                                   path.parent_path().string())
+                     : fmt::format("directory \"{}\" does not exist", path.parent_path().string()));
+        }
+        if (fs::is_directory(path, error))
+        {
+            Fail(node.source(), key, fmt::format("\"{}\" is a directory", path.string()));
+        }
+        return path.string();
     }
 
     void ReadTftp(const toml::table& table, TftpSection& tftp)

@@ -75,6 +75,27 @@ std::string Absolute(const std::string& path)
     return path.empty() ? path : std::filesystem::absolute(path, error).lexically_normal().string();
 }
 
+// Hands the host sockets' datagrams to the tracker while it lives; removed on every way out of Run.
+class ReceiveObservation
+{
+public:
+    explicit ReceiveObservation(const TransferTracker& tracker)
+    {
+        Qib::System::Commons::Net::Socket::SetReceiveObserver(tracker.GetReceiveObserver());
+    }
+    ~ReceiveObservation() { Qib::System::Commons::Net::Socket::SetReceiveObserver(nullptr); }
+    ReceiveObservation(const ReceiveObservation&) = delete;
+    ReceiveObservation& operator=(const ReceiveObservation&) = delete;
+};
+
+// The BOOTP server's replies reach the journal through its assigned callback.
+void ObserveAssignments(ServerSet& servers, TransferTracker& tracker)
+{
+    servers.OnAssigned([&tracker](const std::string& hardware, const std::string& address) {
+        tracker.Assigned(hardware, address);
+    });
+}
+
 } // namespace
 
 Daemon::Daemon(Options options) : options(std::move(options))
@@ -162,7 +183,7 @@ void Daemon::Confine(const Config& config)
     {
         KeptFolders::Keep(std::filesystem::path(options.ConfigFile).parent_path().string());
     }
-    for (const std::string& logFile : {options.LogFile, config.Logging.File})
+    for (const std::string& logFile : {options.LogFile, config.Logging.File, config.Logging.Events})
     {
         if (!logFile.empty())
         {
@@ -193,6 +214,7 @@ std::unique_ptr<ServerSet> Daemon::StartServers(const Config& config)
 {
     auto servers = std::make_unique<ServerSet>(config);
     ProbeBindings(servers->GetBindings(), {});
+    ObserveAssignments(*servers, *tracker);
     servers->Start();
     tracker->SetReadEnabled(config.Tftp.Read);
     Announce(ServerSet::Server::Tftp, config);
@@ -236,6 +258,7 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
             throw DaemonExit(BadConfig, confined);
         }
         candidate = std::make_unique<ServerSet>(*next);
+        ObserveAssignments(*candidate, *tracker);
         // Ports the running servers do not hold can be checked before anything is stopped.
         ProbeBindings(candidate->GetBindings(), running.GetBindings());
         ApplyLogging(*next);
@@ -264,6 +287,8 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
     current.Tftp = running.GetConfig().Tftp;
     current.Bootp = running.GetConfig().Bootp;
     current.Logging = next->Logging;
+    ApplyEvents(current);
+    status->SetSettings(current.Describe());
     log.Info("Reload done");
 }
 
@@ -333,11 +358,45 @@ void Daemon::TakeSignal(int signal)
 void Daemon::ReportCutTransfers(const char* cause)
 {
     tracker->Settle();
-    for (const TransferTracker::Transfer& transfer : tracker->TakeAll())
+    tracker->CutAll(cause);
+}
+
+void Daemon::ApplyEvents(const Config& config)
+{
+    try
     {
-        log.Warning("tftp: {0} of `{1}` ({2}) by {3} cut by {4}", transfer.Upload ? "upload" : "download",
-                    transfer.RequestedName, transfer.LocalPath, transfer.Client, cause);
+        tracker->GetJournal().SetEventsFile(config.Logging.Events.empty() ? nullptr
+                                                                          : DaemonLog::OpenFile(config.Logging.Events));
     }
+    catch (const DaemonExit& error)
+    {
+        log.Error("{0}; no journal events are written", error.what());
+    }
+}
+
+void Daemon::OpenControlSocket(const Config& config)
+{
+    const std::string path = config.Control.Socket.empty() ? ControlServer::DefaultPath(options.ConfigFile)
+                                                           : config.Control.Socket;
+    try
+    {
+        control = std::make_unique<ControlServer>(path);
+    }
+    catch (const DaemonExit& error)
+    {
+        // The servers matter more than the status: they run without it.
+        log.Warning("{0}; `vantrel-netd status` cannot reach this daemon", error.what());
+    }
+}
+
+nlohmann::json Daemon::Answer(const nlohmann::json& request) const
+{
+    const std::string command = request["command"].is_string() ? request["command"].get<std::string>() : "";
+    if (command == "status")
+    {
+        return status->Build();
+    }
+    return {{"error", fmt::format("unknown command \"{}\" (known: status)", command)}};
 }
 
 int Daemon::Run()
@@ -357,6 +416,8 @@ int Daemon::Run()
     ProbeBindings(servers->GetBindings(), {});
     Warn(config, *servers);
     servers.reset();
+    // Before any thread and before the user switch: the socket belongs to the starting user.
+    OpenControlSocket(config);
 
     // The library is loaded while its file is in sight; the view is confined and the user switched
     // before any server thread exists.
@@ -375,6 +436,15 @@ int Daemon::Run()
     tracker = std::make_unique<TransferTracker>();
     daemonLog.Observe([watched = tracker.get()](const LogRecord& record) { watched->Observe(record); },
                       static_cast<int>(LogLevel::Info));
+    const ReceiveObservation observation(*tracker);
+    ApplyEvents(config);
+    status = std::make_unique<StatusReport>(*tracker);
+    status->SetSettings(config.Describe());
+    if (control)
+    {
+        control->Start([this](const nlohmann::json& request) { return Answer(request); });
+        log.Info("Control socket {0}: `vantrel-netd status` shows transfers and devices", control->GetPath());
+    }
     auto sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
     sweeper->SweepAll();
     servers = StartServers(config);

@@ -3,9 +3,11 @@
 
 #include "CommandLine.hpp"
 #include "Config.hpp"
+#include "ControlServer.hpp"
 #include "DaemonLog.hpp"
 #include "PrivilegeDrop.hpp"
 #include "ServerSet.hpp"
+#include "StatusReport.hpp"
 #include "TransferTracker.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
@@ -45,11 +47,17 @@ private:
     void Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate);
     bool WaitForTransfers(const TftpSection& tftp, SignalWaiter& signals);
     void ReportCutTransfers(const char* cause);
+    void ApplyEvents(const Config& config);
+    void OpenControlSocket(const Config& config);
+    nlohmann::json Answer(const nlohmann::json& request) const;
     void TakeSignal(int signal);
 
     Options options;
     // Declared before the log, so that the log's sink stops handing it records before it goes.
     std::unique_ptr<TransferTracker> tracker;
+    std::unique_ptr<StatusReport> status;
+    // After the tracker and the status, so that its thread ends before they go.
+    std::unique_ptr<ControlServer> control;
     DaemonLog daemonLog;
     /// The user the servers run as, when --user names one.
     std::optional<PrivilegeDrop::Account> account;

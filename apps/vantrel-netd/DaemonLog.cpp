@@ -5,6 +5,7 @@
 #include "JournalFormat.hpp"
 #include "KeptFolders.hpp"
 
+#include "Qib/System/Commons/Diagnostics/Logging/LogLevel.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
 #include <fmt/format.h>
@@ -22,8 +23,18 @@ namespace VantrelNetd
 namespace
 {
 
+using Qib::System::Commons::Diagnostics::Logging::LogLevel;
 using Qib::System::Commons::Diagnostics::Logging::LogManager;
 using Qib::System::Commons::Diagnostics::Logging::LogRecord;
+
+// The library's info records tell the engine's internals ("Main thread spawned", "Create session");
+// the journal says what happened in their place, so a user sees them from the debug level on.
+int ShownFrom(const LogRecord& record)
+{
+    const bool daemons = record.LoggerName.rfind("VantrelNetd.", 0) == 0;
+    const int info = static_cast<int>(LogLevel::Info);
+    return !daemons && record.Level == info ? static_cast<int>(LogLevel::Debug) : record.Level;
+}
 
 struct FileCloser
 {
@@ -93,7 +104,7 @@ void DaemonLog::InstallSink()
         {
             watcher(record);
         }
-        if (shown == 0 || record.Level > shown)
+        if (shown == 0 || ShownFrom(record) > shown)
         {
             return;
         }

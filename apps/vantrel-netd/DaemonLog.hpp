@@ -17,7 +17,9 @@ namespace VantrelNetd
 /// level, logger and message, or to the journal through standard error with priority prefixes. An
 /// observer may see every record the host writes, also those below the user's level: the host level
 /// is kept at least at the observer's, and the sink shows the user only what their level asks for.
-/// Used from the main thread only; the sink itself is safe from any thread.
+/// The library's info records (its engine's internals) count as debug for the user: the journal
+/// says what happened in their place. Used from the main thread only; the sink itself is safe from
+/// any thread.
 class DaemonLog
 {
 public:

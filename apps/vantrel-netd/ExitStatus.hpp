@@ -15,6 +15,7 @@ enum ExitStatus : int
     BadCommandLine = 64,   // EX_USAGE
     PortInUse = 69,        // EX_UNAVAILABLE
     CannotCreate = 73,     // EX_CANTCREAT: the log file cannot be opened
+    ProtocolError = 76,    // EX_PROTOCOL: the daemon's control socket answered something unreadable
     NoPrivilege = 77,      // EX_NOPERM
     BadConfig = 78,        // EX_CONFIG
 };

@@ -164,6 +164,13 @@ void ServerSet::StartBootp()
     bootp = std::make_unique<Bootp::BootpServer>(settings);
     auto started = std::make_shared<StartSignal>();
     bootp->startedCallbacks.push_back([started](Bootp::BootpServer&) { started->Raise(); });
+    if (assigned)
+    {
+        bootp->assignedCallbacks.push_back(
+            [observer = assigned](Bootp::BootpServer&, VantrelBase::Net::MacAddress& hardware, IpAddress& address) {
+                observer(hardware.ToString(), address.ToString().GetStdString());
+            });
+    }
     bootp->Start();
     if (!started->Wait([this] { return !bootp->IsRunning(); }))
     {

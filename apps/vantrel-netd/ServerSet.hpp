@@ -6,6 +6,7 @@
 #include "Qib/System/Commons/Net/IpAddress.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -53,6 +54,11 @@ public:
     ServerSet(const ServerSet&) = delete;
     ServerSet& operator=(const ServerSet&) = delete;
 
+    /// Called on the BOOTP server's thread with the hardware address and the address of each reply it
+    /// sends; it must return at once. Takes effect for a BOOTP server started afterwards.
+    using AssignedObserver = std::function<void(const std::string& hardware, const std::string& address)>;
+    void OnAssigned(AssignedObserver observer) { assigned = std::move(observer); }
+
     const std::vector<std::string>& GetWarnings() const { return warnings; }
     /// The ports of the enabled servers, as the set holds them now.
     std::vector<Binding> GetBindings() const;
@@ -76,6 +82,7 @@ private:
 
     Config config;
     std::vector<std::string> warnings;
+    AssignedObserver assigned;
     std::unique_ptr<VantrelBase::Net::Tftp::TftpServer> tftp;
     std::unique_ptr<VantrelBase::Net::Bootp::BootpServer> bootp;
 };

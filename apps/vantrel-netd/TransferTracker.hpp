@@ -1,8 +1,12 @@
-// Knows the TFTP transfers in progress, from the TFTP server's log records.
+// Knows the TFTP transfers in progress and the BOOTP devices, from the servers' log records, and
+// tells the journal how each transfer ended.
 #pragma once
+
+#include "Journal.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogRecord.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
+#include "Qib/System/Commons/Net/Socket.hpp"
 
 #include <chrono>
 #include <condition_variable>
@@ -10,17 +14,20 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
+#include <unordered_map>
 #include <vector>
 
 namespace VantrelNetd
 {
 
-/// Follows the TFTP server's records (recognised by logger and template) to know which transfers
-/// run. Observe is called on the server and pool threads, some of them inside a transfer's lock: it
-/// only queues the record, and a thread of the tracker's own does the rest. That thread also writes
-/// one error line for each download of a file too large for TFTP. Shared objects: safe.
+/// Follows the TFTP and BOOTP servers' records (recognised by logger and template) to know which
+/// transfers run and how they end. Observe and Assigned are called on the server and pool threads,
+/// some of them inside a transfer's lock: they only queue, and a thread of the tracker's own does the
+/// rest, journal included. That thread also writes one error line for each download of a file too
+/// large for TFTP. Shared objects: safe.
 class TransferTracker : private Qib::System::Commons::Diagnostics::Logging::Loggable<TransferTracker>
 {
 public:
@@ -31,6 +38,13 @@ public:
         bool Upload = false;
         std::string RequestedName;
         std::string LocalPath;
+        Journal::Time Start;
+        /// The file as the download found it, to tell when it changes under the transfer.
+        std::int64_t SizeAtStart = 0;
+        std::int64_t ModifiedAtStart = 0;
+        bool Damaged = false;
+        /// The mode the request named ("octet", "netascii"), lower case; empty when not seen.
+        std::string Mode;
     };
 
     /// A download of a file with more than this many 512-byte blocks wraps the 16-bit block number and
@@ -45,8 +59,17 @@ public:
     TransferTracker(const TransferTracker&) = delete;
     TransferTracker& operator=(const TransferTracker&) = delete;
 
-    /// Queues a TFTP server record; returns at once and ignores every other record.
+    /// Queues a TFTP or BOOTP server record; returns at once and ignores every other record.
     void Observe(const Qib::System::Commons::Diagnostics::Logging::LogRecord& record);
+    /// Sees a datagram the TFTP server receives (from the host socket's observer): notes the mode of a
+    /// request and how far a download is acknowledged. Returns at once.
+    void Received(const void* data, std::size_t length, const Qib::System::Commons::Net::IpAddress& address,
+                  int port);
+    /// The observer that hands the host sockets' datagrams to Received.
+    const Qib::System::Commons::Net::Socket::ReceiveObserver* GetReceiveObserver() const { return &receiveObserver; }
+
+    /// Queues a BOOTP assignment (from the server's assigned callback); returns at once.
+    void Assigned(const std::string& hardware, const std::string& address);
     /// Whether the running TFTP server serves downloads: without, a read request is refused unlogged.
     void SetReadEnabled(bool enabled);
     /// Waits until every record written before the call (still in the log's queue, or in this one's)
@@ -54,8 +77,13 @@ public:
     void Settle();
     /// The transfers in progress, by client.
     std::vector<Transfer> InProgress() const;
-    /// The transfers in progress, forgotten: the server they ran in is gone.
-    std::vector<Transfer> TakeAll();
+    /// Ends every transfer in progress in the journal as cut by `cause` ("the reload"): the server they
+    /// ran in is gone.
+    void CutAll(const std::string& cause);
+    /// The transfers in progress as the status command reports them, with the bytes an upload has so far.
+    nlohmann::json InProgressJson() const;
+
+    Journal& GetJournal() { return journal; }
 
     /// What a recognised record means for the transfer of its client.
     enum class Kind
@@ -63,8 +91,16 @@ public:
         SessionCreated,
         ReadRequest,
         WriteRequest,
-        Ended,
+        Downloaded,
+        Uploaded,
+        TimedOut,
+        UnexpectedBlock,
+        WriteDisabled,
+        OverwriteDisabled,
         PartFileFailed,
+        DeviceWithoutConfiguration,
+        DeviceAssigned,
+        RequestMode,
     };
 
 private:
@@ -73,12 +109,21 @@ private:
         Kind kind;
         std::size_t clientArgument;
         std::vector<std::string> arguments;
+        Journal::Time time;
     };
 
+    void Queue(Event event);
     void Work();
     void Handle(const Event& event);
-    void StartDownload(const std::string& client, const std::vector<std::string>& arguments);
+    void StartDownload(const std::string& client, const Event& event);
+    void StartUpload(const std::string& client, const Event& event);
+    void Refuse(const Transfer& transfer, Journal::Outcome outcome, Journal::Time when);
+    void CheckSharedPath(Transfer& transfer);
+    void End(const std::string& client, Journal::Outcome outcome, Journal::Time when);
+    Journal::TransferEnd Summarise(const Transfer& transfer, Journal::Outcome outcome, Journal::Time when) const;
     void WarnWhenTooLarge(const Transfer& transfer, std::uint64_t size) const;
+    std::optional<std::uint64_t> Acknowledged(const Transfer& transfer) const;
+    std::string TakeMode(const std::string& client);
 
     mutable std::mutex queueLock;
     std::condition_variable queued;
@@ -91,6 +136,15 @@ private:
     mutable std::mutex stateLock;
     std::map<std::string, Transfer> transfers;
     bool readEnabled = true;
+
+    // The last block each client acknowledged, by address and port; written on the server's receive thread.
+    mutable std::mutex acknowledgedLock;
+    std::unordered_map<std::uint64_t, std::uint16_t> acknowledged;
+    // Modes of requests seen on the socket and not yet matched with their request record (worker only).
+    std::map<std::string, std::string> requestModes;
+    Qib::System::Commons::Net::Socket::ReceiveObserver receiveObserver;
+
+    Journal journal;
 
     std::thread worker;
 };

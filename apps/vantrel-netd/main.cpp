@@ -2,6 +2,7 @@
 #include "CommandLine.hpp"
 #include "Daemon.hpp"
 #include "ExitStatus.hpp"
+#include "StatusCommand.hpp"
 
 #include <csignal>
 #include <cstdio>
@@ -28,6 +29,10 @@ int main(int argc, char** argv)
     }
     try
     {
+        if (command.Values.Status)
+        {
+            return StatusCommand::Run(command.Values);
+        }
         Daemon daemon(command.Values);
         return command.Values.Check ? daemon.Check() : daemon.Run();
     }

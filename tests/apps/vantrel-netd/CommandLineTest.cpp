@@ -25,6 +25,14 @@ TEST(CommandLineTest, OptionsAreTakenOver)
     EXPECT_EQ(result.Values.LogLevel, 7);
     EXPECT_EQ(result.Values.LogFile, "/tmp/x.log");
     EXPECT_EQ(result.Values.User, "tftp");
+    EXPECT_FALSE(result.Values.Status);
+
+    const CommandLine::Result status = CommandLine::Parse({"status", "--json", "--socket", "/run/x.sock", "-c", "a"});
+    ASSERT_TRUE(status.Run) << status.Text;
+    EXPECT_TRUE(status.Values.Status);
+    EXPECT_TRUE(status.Values.Json);
+    EXPECT_EQ(status.Values.SocketPath, "/run/x.sock");
+    EXPECT_EQ(status.Values.ConfigFile, "a");
 }
 
 TEST(CommandLineTest, HelpAndVersionPrintAndExitZero)

@@ -5,6 +5,7 @@
 #include "VantrelBase/Net/Tftp/TftpTestSupport.hpp"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -26,6 +27,38 @@ namespace
 
 class DaemonProcessTest : public VantrelTest::DaemonTest
 {
+protected:
+    // `vantrel-netd status` against the socket a ControlConfig() names; the exit status and the output.
+    int Status(const std::vector<std::string>& options, std::string& output, std::string& error,
+               const std::vector<std::string>& prefix = {})
+    {
+        std::vector<std::string> arguments{"status", "--socket", (root / "netd.sock").string()};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        return DaemonProcess::Run(arguments, &error, &output, prefix);
+    }
+
+    std::string ControlConfig() const { return "[control]\nsocket = \"netd.sock\"\n"; }
+
+    // Polls `status --json` (bounded) until a transfer of `name` is in progress; checks the text form then.
+    bool WaitForRunning(const std::string& name)
+    {
+        for (int attempt = 0; attempt < 200; ++attempt)
+        {
+            std::string output;
+            std::string error;
+            if (Status({"--json"}, output, error) == 0)
+            {
+                const auto running = nlohmann::json::parse(output).at("running");
+                if (running.size() == 1 && running[0].at("name") == name && running[0].at("direction") == "download")
+                {
+                    Status({}, output, error);
+                    return output.find("Transfers in progress: 1\n  download 127.0.0.1:") != std::string::npos;
+                }
+            }
+            usleep(20000);
+        }
+        return false;
+    }
 };
 
 } // namespace
@@ -51,6 +84,16 @@ TEST_F(DaemonProcessTest, ServesDownloadsAndUploadsAndStopsWithSigtermWithinASec
     const std::string log = daemon->StandardError();
     EXPECT_NE(log.find("SIGTERM: stopping"), std::string::npos) << log;
     EXPECT_EQ(log.find("ERROR"), std::string::npos) << log;
+    // One summary line each, no second session for the download's final acknowledgement, and the
+    // engine's own lines left to the debug level.
+    const std::string download = "`image.bin` (" + (root / "boot" / "image.bin").string() + ") octet: complete, " +
+                                 std::to_string(content.size()) + " bytes in ";
+    const std::string upload =
+        "`stored.txt` (" + (root / "boot" / "stored.txt").string() + ") octet: complete, 21 bytes in ";
+    EXPECT_NE(log.find(download), std::string::npos) << log;
+    EXPECT_NE(log.find(upload), std::string::npos) << log;
+    EXPECT_EQ(log.find("tftp: download"), log.rfind("tftp: download")) << log;
+    EXPECT_EQ(log.find("Create session"), std::string::npos) << log;
 }
 
 TEST_F(DaemonProcessTest, WithoutAConfigServesTheTftpRootReadOnlyAndStopsWithSigint)
@@ -241,14 +284,29 @@ TEST_F(DaemonProcessTest, ABootpClientAcrossAVethPairGetsItsAddress)
         " && ip -n " + peer + " link set vnetd1 up && ip -n " + peer + " route add 255.255.255.255/32 dev vnetd1");
     if (linked == 0)
     {
-        const fs::path config = Config("[bootp]\nboot_server = \"10.77.41.1\"\nboot_file = \"pxelinux.0\"\n"
+        const fs::path config = Config(ControlConfig() +
+                                       "[bootp]\nboot_server = \"10.77.41.1\"\nboot_file = \"pxelinux.0\"\n"
                                        "[[bootp.hosts]]\nmac = \"02-77-41-00-00-32\"\nip = \"10.77.41.50\"\n");
         auto daemon = StartDaemon({"--config", config.string()}, "BOOTP server on 0.0.0.0:67");
         const std::string reply = VantrelTest::ShellOutput("ip netns exec " + peer +
                                                            " timeout 30 bootpc --dev vnetd1 --returniffail --timeoutwait 10 2>&1");
         EXPECT_NE(reply.find("IPADDR='10.77.41.50'"), std::string::npos) << reply << daemon->StandardError();
         EXPECT_NE(reply.find("pxelinux.0"), std::string::npos) << reply;
-        EXPECT_TRUE(daemon->WaitForError("Assign 10.77.41.50 to 02:77:41:00:00:32")) << daemon->StandardError();
+        EXPECT_TRUE(daemon->WaitForError("bootp: new device 02:77:41:00:00:32 (in the table)"))
+            << daemon->StandardError();
+        EXPECT_TRUE(daemon->WaitForError("bootp: assigned 10.77.41.50 to 02:77:41:00:00:32 (request 1 from it)"))
+            << daemon->StandardError();
+        std::string text;
+        std::string json;
+        std::string error;
+        EXPECT_EQ(Status({}, text, error), 0) << error;
+        EXPECT_NE(text.find("02:77:41:00:00:32  seen 1 time(s)"), std::string::npos) << text;
+        EXPECT_NE(text.find("assigned 10.77.41.50"), std::string::npos) << text;
+        ASSERT_EQ(Status({"--json"}, json, error), 0) << error;
+        const auto devices = nlohmann::json::parse(json).at("devices");
+        ASSERT_EQ(devices.size(), 1U) << json;
+        EXPECT_EQ(devices[0].at("hardware"), "02:77:41:00:00:32");
+        EXPECT_EQ(devices[0].at("assigned"), "10.77.41.50");
         daemon->Signal(SIGTERM);
         EXPECT_EQ(daemon->WaitForExit(), 0);
     }
@@ -276,10 +334,10 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
     {
         fs::remove(root / "client" / "big.bin");
         // Uploads on at the start: a confined daemon can turn them off at a reload, not on.
-        const fs::path config = Config(TftpConfig("boot", true) + BootpConfig("a.0", 1));
+        const fs::path config = Config(ControlConfig() + TftpConfig("boot", true) + BootpConfig("a.0", 1));
         auto daemon = StartDaemon({"--config", config.string()}, "BOOTP server on");
         std::thread download([this] { Tftp("get big.bin"); });
-        EXPECT_TRUE(daemon->WaitForError("read request `big.bin`")) << daemon->StandardError();
+        EXPECT_TRUE(WaitForRunning("big.bin")) << daemon->StandardError();
         Config(TftpConfig("boot", item.uploads) + BootpConfig(item.bootFile, item.hosts));
         daemon->Signal(SIGHUP);
         EXPECT_TRUE(daemon->WaitForError("Reload done", std::chrono::seconds(20))) << daemon->StandardError();
@@ -288,7 +346,10 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
         const std::string log = daemon->StandardError();
         EXPECT_NE(log.find(item.change), std::string::npos) << log;
         // The download ran across the reload and arrived whole; none was cut.
-        EXPECT_LT(log.find("SIGHUP: reloading"), log.find("Sent last packet of")) << log;
+        const std::size_t summary = log.find("`big.bin` (" + (root / "boot" / "big.bin").string() +
+                                             ") octet: complete, 1048576 bytes in ");
+        EXPECT_NE(summary, std::string::npos) << log;
+        EXPECT_LT(log.find("SIGHUP: reloading"), summary) << log;
         EXPECT_TRUE(Read(root / "client" / "big.bin") == image) << log;
         EXPECT_EQ(log.find(" cut by "), std::string::npos) << log;
         // The restarted TFTP server runs with the new settings.
@@ -321,8 +382,8 @@ TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
             daemon->Signal(during);
         }
         const std::string cause = during == SIGTERM ? "the stop" : "the reload";
-        EXPECT_TRUE(daemon->WaitForError("tftp: download of `image.bin` (" + (root / "boot" / "image.bin").string() +
-                                         ") by " + client.Name() + " cut by " + cause))
+        EXPECT_TRUE(daemon->WaitForError("tftp: download " + client.Name() + " `image.bin` (" +
+                                         (root / "boot" / "image.bin").string() + ") octet: cut by " + cause))
             << daemon->StandardError();
         if (during != SIGTERM)
         {
@@ -473,3 +534,58 @@ INSTANTIATE_TEST_SUITE_P(Readers, DaemonLogReaderTest, testing::Values(LogReader
                          [](const testing::TestParamInfo<LogReader>& reader) {
                              return std::string(reader.param == LogReader::Exits ? "Exits" : "StopsReading");
                          });
+
+TEST_F(DaemonProcessTest, StatusAnswersOnlyItsOwnerAndSaysWhenNoDaemonRuns)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const std::vector<std::string> nobody{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    std::string output;
+    std::string error;
+    EXPECT_EQ(Status({}, output, error), 69);
+    EXPECT_NE(error.find("no vantrel-netd is running: nothing listens on " + (root / "netd.sock").string()),
+              std::string::npos)
+        << error;
+    ExpectOneLine(error);
+
+    auto daemon = StartDaemon({"--config", Config(ControlConfig() + TftpConfig("boot")).string()});
+    EXPECT_EQ(fs::status(root / "netd.sock").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(Status({}, output, error, nobody), 77);
+    EXPECT_NE(error.find("no permission to use the control socket"), std::string::npos) << error;
+    ExpectOneLine(error);
+    EXPECT_EQ(Status({}, output, error), 0) << error;
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+    EXPECT_FALSE(fs::exists(root / "netd.sock"));
+}
+
+TEST_F(DaemonProcessTest, RealClientsRequestsEachGetTheirOneSummaryLine)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    auto daemon = StartDaemon({"--config", Config(TftpConfig("boot", true)).string()});
+    Write(root / "client" / "new.txt", "new\n");
+    const std::string boot = (root / "boot").string();
+    struct Case
+    {
+        std::string command;
+        std::string line;
+    };
+    const Case cases[] = {
+        {"-m netascii 127.0.0.1 -c get image.bin",
+         "`image.bin` (" + boot + "/image.bin) netascii: complete, netascii requested and served unconverted, " +
+             std::to_string(content.size()) + " bytes in "},
+        {"-m binary 127.0.0.1 -c get absent.bin", "`absent.bin` (" + boot + "/absent.bin) octet: refused: not found"},
+        {"-m binary 127.0.0.1 -c put new.txt image.bin",
+         "`image.bin` (" + boot + "/image.bin) octet: refused: the file exists and overwriting is off"},
+    };
+    for (const Case& item : cases)
+    {
+        const std::size_t from = daemon->StandardError().size();
+        VantrelTest::Shell("cd '" + (root / "client").string() + "' && timeout 5 tftp " + item.command +
+                           " >/dev/null 2>&1");
+        EXPECT_TRUE(daemon->WaitForError(item.line, std::chrono::seconds(5), from)) << daemon->StandardError();
+        const std::string after = daemon->StandardError().substr(from);
+        EXPECT_EQ(after.find("tftp: "), after.rfind("tftp: ")) << after;
+    }
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+}

@@ -18,6 +18,8 @@ namespace Qib::System::Commons::Net
 namespace
 {
 
+std::atomic<const Socket::ReceiveObserver*> receiveObserver{nullptr};
+
 sockaddr_in MakeAddress(const IpAddress& address, int port)
 {
     sockaddr_in socketAddress{};
@@ -90,6 +92,10 @@ long Socket::ReceiveFrom(void* buffer, std::size_t size, IpAddress& address, int
     waitsFrom = (std::chrono::steady_clock::now() + QuietBeforeWaiting).time_since_epoch().count();
     address = IpAddress(source.sin_addr.s_addr);
     port = ntohs(source.sin_port);
+    if (const ReceiveObserver* observer = receiveObserver.load(std::memory_order_acquire))
+    {
+        observer->Call(observer->Context, buffer, static_cast<std::size_t>(received), address, port);
+    }
     return static_cast<long>(received);
 }
 
@@ -97,6 +103,11 @@ bool Socket::MayWait() const
 {
     return mode == SocketBlockingMode::Blocking ||
            std::chrono::steady_clock::now().time_since_epoch().count() >= waitsFrom.load();
+}
+
+void Socket::SetReceiveObserver(const ReceiveObserver* observer) noexcept
+{
+    receiveObserver.store(observer, std::memory_order_release);
 }
 
 long Socket::SendTo(const void* data, std::size_t length, IpAddress address, int port, SocketError& error)

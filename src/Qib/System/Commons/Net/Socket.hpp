@@ -53,6 +53,17 @@ public:
     /// The locally bound port (0 when unbound or closed).
     int GetLocalPort() const;
 
+    /// Sees every datagram a socket receives, on the receiving thread, before the caller does; it must
+    /// return at once. The host application uses it to learn what the library does not log.
+    struct ReceiveObserver
+    {
+        void (*Call)(void* context, const void* data, std::size_t length, const IpAddress& address, int port);
+        void* Context;
+    };
+    /// Installs `observer` for every socket (null removes it). The observer must outlive the receives
+    /// that may still be running when it is removed: remove it once the servers are stopped.
+    static void SetReceiveObserver(const ReceiveObserver* observer) noexcept;
+
 private:
     /// Whether a receive may wait now: always in the blocking mode, after quiet in the other.
     bool MayWait() const;
