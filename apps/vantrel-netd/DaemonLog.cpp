@@ -2,6 +2,7 @@
 #include "DaemonLog.hpp"
 
 #include "ExitStatus.hpp"
+#include "RepeatCollapser.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogLevel.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 namespace VantrelNetd
 {
@@ -24,11 +26,15 @@ using Qib::System::Commons::Diagnostics::Logging::LogRecord;
 
 // The library's info records tell the engine's internals ("Main thread spawned", "Create session");
 // the journal says what happened in their place, so a user sees them from the debug level on.
+bool IsDaemons(const LogRecord& record)
+{
+    return record.LoggerName.rfind("VantrelNetd.", 0) == 0;
+}
+
 int ShownFrom(const LogRecord& record)
 {
-    const bool daemons = record.LoggerName.rfind("VantrelNetd.", 0) == 0;
     const int info = static_cast<int>(LogLevel::Info);
-    return !daemons && record.Level == info ? static_cast<int>(LogLevel::Debug) : record.Level;
+    return !IsDaemons(record) && record.Level == info ? static_cast<int>(LogLevel::Debug) : record.Level;
 }
 
 struct FileCloser
@@ -83,8 +89,25 @@ void DaemonLog::Reopen()
 void DaemonLog::InstallSink()
 {
     // The sink keeps its own copies: a stream replaced here is closed once the last record written
-    // through it is done. Records are written one at a time under the log manager's lock.
-    LogManager::SetSink([shown = level, target = stream, watcher = observer](const LogRecord& record) {
+    // through it is done. Records are written one at a time under the log manager's lock, which also
+    // guards the collapser.
+    std::FILE* out = stream ? stream.get() : stderr;
+    const auto write = [target = stream, out](const std::string& line) {
+        std::fwrite(line.data(), 1, line.size(), out);
+        std::fflush(out);
+    };
+    // Up to the info level, library lines a flood repeats (a client's error packets, duplicate blocks)
+    // are collapsed as the journal's are; from debug on every line is written. The summary takes the
+    // logger, time and level of the record that ends the window.
+    auto lastRecord = std::make_shared<LogRecord>();
+    auto collapser = std::make_shared<RepeatCollapser>([write, lastRecord](const std::string& kind,
+                                                                           std::uint64_t count) {
+        LogRecord summary = *lastRecord;
+        summary.Message = fmt::format("... {} more like this in the last {} s: {}", count,
+                                      RepeatCollapser::Window.count(), kind);
+        write(LogManager::FormatLine(summary) + "\n");
+    });
+    LogManager::SetSink([shown = level, write, collapser, lastRecord, watcher = observer](const LogRecord& record) {
         if (watcher)
         {
             watcher(record);
@@ -93,10 +116,15 @@ void DaemonLog::InstallSink()
         {
             return;
         }
-        std::FILE* out = target ? target.get() : stderr;
-        const std::string line = LogManager::FormatLine(record) + "\n";
-        std::fwrite(line.data(), 1, line.size(), out);
-        std::fflush(out);
+        if (shown <= static_cast<int>(LogLevel::Info) && !IsDaemons(record))
+        {
+            *lastRecord = LogRecord{record.LoggerName, record.Level, "", record.Time, "", {}};
+            if (!collapser->Admit(record.LoggerName + ": " + record.Template, RepeatCollapser::Clock::now()))
+            {
+                return;
+            }
+        }
+        write(LogManager::FormatLine(record) + "\n");
     });
     LogManager::SetLevel(std::max(level, observedLevel));
 }
