@@ -4,6 +4,7 @@
 #include "ExitStatus.hpp"
 #include "JournalFormat.hpp"
 #include "KeptFolders.hpp"
+#include "RepeatCollapser.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LogLevel.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
@@ -16,6 +17,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 
 namespace VantrelNetd
 {
@@ -29,11 +31,15 @@ using Qib::System::Commons::Diagnostics::Logging::LogRecord;
 
 // The library's info records tell the engine's internals ("Main thread spawned", "Create session");
 // the journal says what happened in their place, so a user sees them from the debug level on.
+bool IsDaemons(const LogRecord& record)
+{
+    return record.LoggerName.rfind("VantrelNetd.", 0) == 0;
+}
+
 int ShownFrom(const LogRecord& record)
 {
-    const bool daemons = record.LoggerName.rfind("VantrelNetd.", 0) == 0;
     const int info = static_cast<int>(LogLevel::Info);
-    return !daemons && record.Level == info ? static_cast<int>(LogLevel::Debug) : record.Level;
+    return !IsDaemons(record) && record.Level == info ? static_cast<int>(LogLevel::Debug) : record.Level;
 }
 
 struct FileCloser
@@ -97,9 +103,27 @@ void DaemonLog::Reopen()
 void DaemonLog::InstallSink()
 {
     // The sink keeps its own copies: a stream replaced here is closed once the last record written
-    // through it is done. The log manager's writer thread hands it one record at a time.
+    // through it is done. The log manager's writer thread hands it one record at a time, which also
+    // keeps the collapser to one thread. A refused write (a reader gone, a full disk) throws: the log
+    // manager counts and reports it.
     const bool journal = target == LogTarget::Journal;
-    LogManager::SetSink([shown = level, journal, out = stream, watcher = observer](const LogRecord& record) {
+    const auto write = [out = stream, journal](const LogRecord& record) {
+        const int descriptor = out ? ::fileno(out.get()) : STDERR_FILENO;
+        LogManager::WriteText(descriptor,
+                              journal ? JournalFormat::Line(record) : LogManager::FormatLine(record) + "\n");
+    };
+    // Up to the info level, library lines a flood repeats (a client's error packets, duplicate blocks)
+    // are collapsed as the journal's are; from debug on every line is written. The summary takes the
+    // logger, time and level of the record that ends the window.
+    auto lastRecord = std::make_shared<LogRecord>();
+    auto collapser = std::make_shared<RepeatCollapser>([write, lastRecord](const std::string& kind,
+                                                                           std::uint64_t count) {
+        LogRecord summary = *lastRecord;
+        summary.Message = fmt::format("... {} more like this in the last {} s: {}", count,
+                                      RepeatCollapser::Window.count(), kind);
+        write(summary);
+    });
+    LogManager::SetSink([shown = level, write, collapser, lastRecord, watcher = observer](const LogRecord& record) {
         if (watcher)
         {
             watcher(record);
@@ -108,9 +132,15 @@ void DaemonLog::InstallSink()
         {
             return;
         }
-        // A refused write (a reader gone, a full disk) throws: the log manager counts and reports it.
-        const int descriptor = out ? ::fileno(out.get()) : STDERR_FILENO;
-        LogManager::WriteText(descriptor, journal ? JournalFormat::Line(record) : LogManager::FormatLine(record) + "\n");
+        if (shown <= static_cast<int>(LogLevel::Info) && !IsDaemons(record))
+        {
+            *lastRecord = LogRecord{record.LoggerName, record.Level, "", record.Time, "", {}};
+            if (!collapser->Admit(record.LoggerName + ": " + record.Template, RepeatCollapser::Clock::now()))
+            {
+                return;
+            }
+        }
+        write(record);
     });
     LogManager::SetLevel(std::max(level, observedLevel));
 }
