@@ -51,7 +51,7 @@ TEST(DaemonLogTest, TheLibrarysInfoLinesShowFromDebugAndItsRepeatsAreCollapsedUp
         std::filesystem::remove(file);
         {
             VantrelNetd::DaemonLog log;
-            log.Apply(item.level, file);
+            log.Apply(item.level, VantrelNetd::LogTarget::File, file);
             for (std::size_t line = 0; line < RepeatCollapser::Allowed + 5; ++line)
             {
                 library.Warning("Client {0} has transmitted a duplicate block number", line);
