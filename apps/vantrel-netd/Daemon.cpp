@@ -476,6 +476,8 @@ int Daemon::Run()
     ReportCutTransfers("the stop");
     host.Stop();
     log.Info("Stopped");
+    // Every record reaches its sink before the process ends.
+    LogManager::Flush();
     return CleanStop;
 }
 

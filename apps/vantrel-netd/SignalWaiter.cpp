@@ -20,6 +20,12 @@ SignalWaiter::SignalWaiter()
 
 SignalWaiter::~SignalWaiter()
 {
+    // A second SIGTERM sent while the daemon stops (a process group's, or a supervisor's) must not
+    // end the process with its default action once the mask is restored: it is taken here.
+    const timespec now{};
+    while (::sigtimedwait(&handled, nullptr, &now) > 0)
+    {
+    }
     pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
