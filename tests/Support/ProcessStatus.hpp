@@ -16,7 +16,8 @@ std::size_t CountOpenDescriptors();
 const std::vector<int>& AsynchronousSignals();
 /// True when `signal` is blocked on the calling thread.
 bool IsBlockedHere(int signal);
-/// Waits until the thread count is at most `expected`; the last count seen.
+/// Waits until the thread count is at most `expected` (a thread just joined may be listed a moment
+/// longer); the last count seen.
 std::size_t WaitForThreadCount(std::size_t expected, std::chrono::milliseconds timeout = std::chrono::seconds(5));
 
 } // namespace VantrelTest

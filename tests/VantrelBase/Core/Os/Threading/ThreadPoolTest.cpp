@@ -249,7 +249,7 @@ TEST(ThreadPoolTest, DestructionJoinsAllWorkers)
         EXPECT_EQ(VantrelTest::CountThreads(), threadsBefore + 4);
         pool.QueueUserWorkItem([] {}).get();
     }
-    EXPECT_EQ(VantrelTest::CountThreads(), threadsBefore);
+    EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsBefore), threadsBefore);
 }
 
 TEST(ThreadPoolTest, ConcurrentProducersLoseNoItem)
@@ -374,7 +374,7 @@ TEST(ThreadPoolTest, ShutdownEndsAnItemStuckInASystemCallAfterTheJoinLimit)
         EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
     }
     EXPECT_FALSE(returned);
-    EXPECT_EQ(VantrelTest::CountThreads(), threadsBefore);
+    EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsBefore), threadsBefore);
     Qib::System::Commons::Threading::Thread::SetJoinLimit(joinLimit);
     ::close(never[0]);
     ::close(never[1]);
