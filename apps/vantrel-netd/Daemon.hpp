@@ -13,6 +13,7 @@
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
 
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace VantrelNetd
@@ -49,7 +50,8 @@ private:
     void ReportCutTransfers(const char* cause);
     void ApplyEvents(const Config& config);
     void OpenControlSocket(const Config& config);
-    nlohmann::json Answer(const nlohmann::json& request) const;
+    nlohmann::json Answer(const nlohmann::json& request);
+    nlohmann::json ChangeAssignments(const nlohmann::json& request);
     void TakeSignal(int signal);
 
     Options options;
@@ -61,6 +63,11 @@ private:
     DaemonLog daemonLog;
     /// The user the servers run as, when --user names one.
     std::optional<PrivilegeDrop::Account> account;
+    /// Guards the running servers and their config: the main thread reloads and stops them, the control
+    /// socket's thread changes the BOOTP table.
+    std::mutex serversLock;
+    ServerSet* running = nullptr;
+    Config* current = nullptr;
     int stopSignal = 0;
     bool reloadAgain = false;
 };

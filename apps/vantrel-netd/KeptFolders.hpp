@@ -25,6 +25,11 @@ public:
     /// Opens `file` (an absolute path) like open(2), through its kept folder when there is one;
     /// close-on-exec is always added. A descriptor, or -1 with errno set.
     static int Open(const std::string& file, int flags, mode_t mode = 0);
+
+    /// Replaces `file` (an absolute path) with `text` atomically: written to a temporary file in the same
+    /// folder (through the kept one when there is one), flushed to disk, then renamed over it. An empty
+    /// string, or the reason it failed.
+    static std::string Replace(const std::string& file, const std::string& text);
 };
 
 } // namespace VantrelNetd
