@@ -293,7 +293,7 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
     current.Bootp = running.GetConfig().Bootp;
     current.Logging = next->Logging;
     ApplyEvents(current);
-    status->SetSettings(current.Describe());
+    Publish(current);
     log.Info("Reload done");
 }
 
@@ -379,6 +379,27 @@ void Daemon::ApplyEvents(const Config& config)
     }
 }
 
+void Daemon::OpenWebServer(const Config& config)
+{
+    if (config.Web.Enabled)
+    {
+        web = std::make_unique<WebServer>(config.Web);
+    }
+}
+
+void Daemon::Publish(const Config& config)
+{
+    status->SetSettings(config.Describe());
+    nlohmann::json table = nlohmann::json::array();
+    for (const BootpHost& host : config.Bootp.Enabled ? config.Bootp.Hosts : std::vector<BootpHost>{})
+    {
+        const bool kept = !config.Bootp.HostsFile.empty() && host.Where.File == config.Bootp.HostsFile;
+        table.push_back({{"hardware", host.MacAddress}, {"ip", host.Address.ToString().GetStdString()},
+                         {"name", host.Name}, {"source", kept ? "hosts file" : "config"}});
+    }
+    status->SetAssignments(std::move(table));
+}
+
 void Daemon::OpenControlSocket(const Config& config)
 {
     const std::string path = config.Control.Socket.empty() ? ControlServer::DefaultPath(options.ConfigFile)
@@ -457,7 +478,7 @@ nlohmann::json Daemon::ChangeAssignments(const nlohmann::json& request)
     ObserveAssignments(candidate, *tracker);
     Restart(ServerSet::Server::Bootp, *running, candidate);
     current->Bootp = running->GetConfig().Bootp;
-    status->SetSettings(current->Describe());
+    Publish(*current);
     const auto took =
         std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
     log.Info("Assignments changed: the BOOTP table has {0} entries ({1} from {2}), rebuilt in {3} ms",
@@ -488,6 +509,7 @@ int Daemon::Run()
     servers.reset();
     // Before any thread and before the user switch: the socket belongs to the starting user.
     OpenControlSocket(config);
+    OpenWebServer(config);
 
     // The library is loaded while its file is in sight; the view is confined and the user switched
     // before any server thread exists.
@@ -509,7 +531,7 @@ int Daemon::Run()
     const ReceiveObservation observation(*tracker);
     ApplyEvents(config);
     status = std::make_unique<StatusReport>(*tracker);
-    status->SetSettings(config.Describe());
+    Publish(config);
     if (control)
     {
         control->Start([this](const nlohmann::json& request) { return Answer(request); });
@@ -518,6 +540,11 @@ int Daemon::Run()
     auto sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
     sweeper->SweepAll();
     servers = StartServers(config);
+    if (web)
+    {
+        web->Start([this](const nlohmann::json& request) { return Answer(request); });
+        log.Info("{0}", web->Describe());
+    }
     {
         const std::lock_guard<std::mutex> guard(serversLock);
         running = servers.get();

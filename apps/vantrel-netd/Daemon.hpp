@@ -9,6 +9,7 @@
 #include "ServerSet.hpp"
 #include "StatusReport.hpp"
 #include "TransferTracker.hpp"
+#include "WebServer.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
 
@@ -50,6 +51,9 @@ private:
     void ReportCutTransfers(const char* cause);
     void ApplyEvents(const Config& config);
     void OpenControlSocket(const Config& config);
+    void OpenWebServer(const Config& config);
+    /// Hands the settings and the BOOTP table to the status.
+    void Publish(const Config& config);
     nlohmann::json Answer(const nlohmann::json& request);
     nlohmann::json ChangeAssignments(const nlohmann::json& request);
     void TakeSignal(int signal);
@@ -60,6 +64,7 @@ private:
     std::unique_ptr<StatusReport> status;
     // After the tracker and the status, so that its thread ends before they go.
     std::unique_ptr<ControlServer> control;
+    std::unique_ptr<WebServer> web;
     DaemonLog daemonLog;
     /// The user the servers run as, when --user names one.
     std::optional<PrivilegeDrop::Account> account;
