@@ -103,4 +103,8 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
         << daemon->StandardError();
     daemon->Signal(SIGTERM);
     EXPECT_EQ(daemon->WaitForExit(), 0);
+    std::string error;
+    EXPECT_EQ(DaemonProcess::Run({"--config", config.string()}, &error), 78);
+    EXPECT_NE(error.find("hosts file " + (root / "hosts.csv").string() + ":5: 10.77.0.20 is given to"), std::string::npos)
+        << error;
 }
