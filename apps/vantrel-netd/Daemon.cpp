@@ -297,7 +297,7 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
     log.Info("Reload done");
 }
 
-void Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate)
+bool Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate)
 {
     const char* name = server == ServerSet::Server::Tftp ? "tftp" : "bootp";
     running.Stop(server);
@@ -310,11 +310,13 @@ void Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& ca
         candidate.Start(server);
         running.Adopt(server, candidate);
         Announce(server, running.GetConfig());
+        return true;
     }
     catch (const DaemonExit& error)
     {
         log.Error("Reload failed for {0}: {1}; restarting it with its previous settings", name, error.what());
         running.Start(server);
+        return false;
     }
 }
 
@@ -476,7 +478,12 @@ nlohmann::json Daemon::ChangeAssignments(const nlohmann::json& request)
     HostsFile::Merge(next);
     ServerSet candidate(next);
     ObserveAssignments(candidate, *tracker);
-    Restart(ServerSet::Server::Bootp, *running, candidate);
+    if (!Restart(ServerSet::Server::Bootp, *running, candidate))
+    {
+        HostsFile::Save(file, kept);
+        throw DaemonExit(RuntimeFailure, "the BOOTP server did not come up with the new table; it runs with the "
+                                         "previous one (see the log)");
+    }
     current->Bootp = running->GetConfig().Bootp;
     Publish(*current);
     const auto took =

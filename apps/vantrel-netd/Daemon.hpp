@@ -46,7 +46,8 @@ private:
     std::unique_ptr<ServerSet> StartServers(const Config& config);
     void Announce(ServerSet::Server server, const Config& config);
     void Reload(ServerSet& running, Config& current, SignalWaiter& signals);
-    void Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate);
+    /// True when `candidate`'s server took over; false when it failed and the previous one runs again.
+    bool Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate);
     bool WaitForTransfers(const TftpSection& tftp, SignalWaiter& signals);
     void ReportCutTransfers(const char* cause);
     void ApplyEvents(const Config& config);

@@ -10,7 +10,8 @@ namespace VantrelNetd
 
 /// Process-wide set of folders opened beforehand, and the one way the daemon opens its own files
 /// (config, log): through a kept folder when there is one, so that the file is found also after
-/// the daemon's view of the file system no longer holds it. Main thread only.
+/// the daemon's view of the file system no longer holds it. Keep runs on the main thread before any
+/// other thread starts; Open and Replace may then run on any thread.
 class KeptFolders
 {
 public:

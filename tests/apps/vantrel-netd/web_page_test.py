@@ -25,6 +25,7 @@ if not shutil.which("chromium") or not shutil.which("chromedriver"):
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
+    from selenium.common.exceptions import StaleElementReferenceException
     from selenium.webdriver.common.by import By
     from selenium.webdriver.support.ui import WebDriverWait
 except ImportError:
@@ -95,7 +96,9 @@ def browser():
 
 def wait(driver, condition, what, seconds=10):
     try:
-        return WebDriverWait(driver, seconds, poll_frequency=0.1).until(lambda _: condition())
+        # The page rebuilds its tables on every refresh: an element found just before may be gone.
+        return WebDriverWait(driver, seconds, poll_frequency=0.1,
+                             ignored_exceptions=[StaleElementReferenceException]).until(lambda _: condition())
     except Exception:
         raise AssertionError("page never showed " + what + "; it shows: " + driver.find_element(By.TAG_NAME, "body").text)
 
@@ -103,6 +106,20 @@ def wait(driver, condition, what, seconds=10):
 def device_row(driver):
     rows = driver.find_elements(By.CSS_SELECTOR, 'tr[data-hardware="%s"]' % PEER_MAC)
     return rows[0] if rows else None
+
+
+def fill(driver, fields):
+    """Types into the device row's inputs and clicks Assign, again when a refresh replaced the row meanwhile."""
+    for _ in range(10):
+        try:
+            row = device_row(driver)
+            for selector, text in fields:
+                row.find_element(By.CSS_SELECTOR, selector).send_keys(text)
+            row.find_element(By.CSS_SELECTOR, "button.assign").click()
+            return
+        except StaleElementReferenceException:
+            time.sleep(0.1)
+    raise AssertionError("the device row kept changing under the form")
 
 
 def main():
@@ -126,17 +143,12 @@ def main():
         assert "IPADDR" not in reply, reply
         wait(driver, lambda: device_row(driver) and "no configuration" in device_row(driver).text, "the new device")
 
-        row = device_row(driver)
-        row.find_element(By.CSS_SELECTOR, "input.ip").send_keys("10.77.42.50")
-        row.find_element(By.CSS_SELECTOR, "input.name").send_keys("press-3")
-        row.find_element(By.CSS_SELECTOR, "button.assign").click()
+        fill(driver, [("input.ip", "10.77.42.50"), ("input.name", "press-3")])
         wait(driver, lambda: "wrong or missing token" in driver.find_element(By.ID, "message").text, "the refusal")
         assert "10.77.42.50" not in device_row(driver).text
 
         driver.find_element(By.ID, "token").send_keys(token)
-        row = device_row(driver)
-        row.find_element(By.CSS_SELECTOR, "input.ip").send_keys("10.77.42.50")
-        row.find_element(By.CSS_SELECTOR, "button.assign").click()
+        fill(driver, [("input.ip", "10.77.42.50")])
         wait(driver, lambda: "10.77.42.50" in device_row(driver).text, "the assignment")
         assert "10.77.42.50,\n" in open(os.path.join(work, "hosts.csv")).read()
         reply = bootpc()
@@ -147,9 +159,9 @@ def main():
         client = subprocess.Popen("cd %s && ip netns exec %s timeout 60 tftp -m binary 10.77.42.1 -c get image.bin"
                                   % (client_folder, peer), shell=True)
         wait(driver, lambda: driver.find_elements(By.CSS_SELECTOR, "tr.transfer progress"), "the transfer running")
-        bar = driver.find_element(By.CSS_SELECTOR, "tr.transfer progress")
-        wait(driver, lambda: 0 < float(bar.get_attribute("value")) < float(bar.get_attribute("max")), "progress")
-        assert float(bar.get_attribute("max")) == len(image)
+        bar = lambda: driver.find_element(By.CSS_SELECTOR, "tr.transfer progress")
+        wait(driver, lambda: 0 < float(bar().get_attribute("value")) < float(bar().get_attribute("max")) == len(image),
+             "the download's progress")
         assert client.wait(timeout=60) == 0
         wait(driver, lambda: any("image.bin" in row.text and "ok" in row.find_elements(By.TAG_NAME, "td")[1]
                                  .get_attribute("class") for row in driver.find_elements(By.CSS_SELECTOR, "tr.finished")),
@@ -165,7 +177,8 @@ def main():
     daemon, _ = start_daemon()
     driver = browser()
     try:
-        wait(driver, lambda: device_row(driver) is None and "10.77.42.50" in driver.page_source or True, "the page")
+        wait(driver, lambda: "host %s -> 10.77.42.50" % PEER_MAC in driver.find_element(By.ID, "settings").text,
+             "the assignment kept over the restart")
         request = urllib.request.Request("http://127.0.0.1:%d/api/assign" % PORT, method="POST",
                                          data=json.dumps({"hardware": PEER_MAC, "ip": "10.77.42.51"}).encode(),
                                          headers={"X-Token": token})
@@ -174,6 +187,8 @@ def main():
             raise AssertionError("a change went through with allow_changes off")
         except urllib.error.HTTPError as error:
             assert error.code == 403 and "allow_changes" in error.read().decode()
+        assert "IPADDR='10.77.42.50'" in bootpc()
+        wait(driver, lambda: device_row(driver) and "10.77.42.50" in device_row(driver).text, "the device")
         assert not driver.find_elements(By.CSS_SELECTOR, "button.assign")
         status = json.load(urllib.request.urlopen("http://127.0.0.1:%d/api/status" % PORT, timeout=5))
         assert {"hardware": PEER_MAC, "ip": "10.77.42.50", "name": "", "source": "hosts file"} in status["assignments"]
