@@ -192,7 +192,8 @@ TEST_F(DaemonProcessTest, EveryKindOfBadConfigExits78WithOneLineNamingIt)
 TEST_F(DaemonProcessTest, BadCommandLinesExit64WithOneLine)
 {
     const std::vector<std::vector<std::string>> cases = {
-        {"--bogus"}, {"--log-level", "loud"}, {"--check"}, {"--user", "no-such-user-here"}};
+        {"--bogus"}, {"--log-level", "loud"}, {"--check"}, {"--user", "no-such-user-here"},
+        {"assign", "02:00:00:00:00:01"}, {"assign", "--from", "plan.csv", "02:00:00:00:00:01"}, {"unassign"}};
     for (const auto& arguments : cases)
     {
         std::string error;
