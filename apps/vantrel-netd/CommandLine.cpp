@@ -82,7 +82,9 @@ CommandLine::Result CommandLine::Parse(const std::vector<std::string>& arguments
         ->type_name("FILE");
     assign->add_flag("--force", options.Force, "make the change even if it hides another entry");
     CLI::App* unassign = app.add_subcommand("unassign", "remove a device's runtime assignment");
-    unassign->add_option("values", options.Values, "HARDWARE: the device's hardware address")->expected(1);
+    unassign->add_option("values", options.Values, "HARDWARE: the device's hardware address")
+        ->expected(1)
+        ->required();
     for (CLI::App* command : {assign, unassign})
     {
         command->add_option("--socket", options.SocketPath, "the daemon's control socket (default: the config's)")
