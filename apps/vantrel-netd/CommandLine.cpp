@@ -26,11 +26,15 @@ const char* const footer = R"(Examples:
   vantrel-netd --config site.toml --check       validate a config and show what would run
   vantrel-netd --config site.toml --user tftp   run the servers as user tftp
   vantrel-netd status --config site.toml        show transfers and devices of the running daemon
+  vantrel-netd assign 00:1A:2B:3C:4D:99 10.77.0.40 --name press-3
+                                                give a device its address while the daemon runs
+  vantrel-netd assign --from plan.csv           assign a list (hardware address, IP address, name)
+  vantrel-netd unassign 00:1A:2B:3C:4D:99       remove a device's runtime assignment
 
 Signals: SIGINT and SIGTERM stop the servers and exit 0; SIGHUP reopens the log file and
 re-reads the config, restarting only the servers whose settings changed.
 Exit statuses: 0 clean stop, 1 runtime failure, 64 bad command line, 69 port in use,
-73 log file cannot be opened, 76 unreadable answer on the control socket, 77 no privilege,
+65 assignment refused, 66 list file unreadable, 73 log or hosts file cannot be written, 76 unreadable answer on the control socket, 77 no privilege,
 78 bad config.)";
 
 } // namespace
@@ -69,6 +73,26 @@ CommandLine::Result CommandLine::Parse(const std::vector<std::string>& arguments
     status->add_option("-c,--config", options.ConfigFile, "the config the daemon runs, to find its socket")
         ->type_name("FILE");
 
+    CLI::App* assign = app.add_subcommand("assign", "give devices their addresses in the running daemon's BOOTP "
+                                                    "table (kept in bootp.hosts_file)");
+    assign->add_option("values", options.Values, "HARDWARE IP: the device's hardware address and its address")
+        ->expected(0, 2);
+    assign->add_option("--name", options.Name, "the device's name")->type_name("NAME");
+    assign->add_option("--from", options.From, "a list: hardware address, IP address, name per line")
+        ->type_name("FILE");
+    assign->add_flag("--force", options.Force, "make the change even if it hides another entry");
+    CLI::App* unassign = app.add_subcommand("unassign", "remove a device's runtime assignment");
+    unassign->add_option("values", options.Values, "HARDWARE: the device's hardware address")
+        ->expected(1)
+        ->required();
+    for (CLI::App* command : {assign, unassign})
+    {
+        command->add_option("--socket", options.SocketPath, "the daemon's control socket (default: the config's)")
+            ->type_name("PATH");
+        command->add_option("-c,--config", options.ConfigFile, "the config the daemon runs, to find its socket")
+            ->type_name("FILE");
+    }
+
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try
     {
@@ -93,6 +117,14 @@ CommandLine::Result CommandLine::Parse(const std::vector<std::string>& arguments
         options.LogLevel = LogLevelFromName(level);
     }
     options.Status = status->parsed();
+    options.Assign = assign->parsed();
+    options.Unassign = unassign->parsed();
+    if (options.Assign && (options.From.empty() ? options.Values.size() != 2 : !options.Values.empty()))
+    {
+        result.ExitStatus = BadCommandLine;
+        result.Text = "assign needs HARDWARE IP, or --from FILE alone (see --help)";
+        return result;
+    }
     if (options.Check && options.ConfigFile.empty())
     {
         result.ExitStatus = BadCommandLine;

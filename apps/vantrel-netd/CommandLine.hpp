@@ -23,6 +23,13 @@ struct Options
     bool Json = false;
     /// The control socket to ask; empty: the config's, or the default.
     std::string SocketPath;
+    /// `assign HARDWARE IP [--name NAME]` or `assign --from FILE`, and `unassign HARDWARE`.
+    bool Assign = false;
+    bool Unassign = false;
+    std::vector<std::string> Values;
+    std::string Name;
+    std::string From;
+    bool Force = false;
 };
 
 /// Parses the command line. Distinct objects: safe.

@@ -60,6 +60,8 @@ struct BootpHost
     Qib::System::Commons::Net::IpAddress Address;
     std::string Key;
     SourcePosition Where;
+    /// The device's name, given with a runtime assignment; empty for the config's own entries.
+    std::string Name;
 };
 
 struct BootpSection
@@ -76,6 +78,8 @@ struct BootpSection
     Qib::System::Commons::Net::IpAddress BootServer;
     std::string BootFile;
     std::vector<BootpHost> Hosts;
+    /// The file runtime assignments are kept in (bootp.hosts_file); empty: none can be made.
+    std::string HostsFile;
 };
 
 /// Where log lines go: standard error as plain lines, standard error with the journal's priority
@@ -104,6 +108,18 @@ struct ControlSection
     std::string Socket;
 };
 
+/// The commissioning page ([web]); off unless the section gives `listen`.
+struct WebSection
+{
+    bool Enabled = false;
+    std::string Host = "127.0.0.1";
+    std::uint16_t Port = 8069;
+    /// Changes from the page need this and the token.
+    bool AllowChanges = false;
+    /// A file holding the token; empty: the daemon makes one and logs it at start.
+    std::string TokenFile;
+};
+
 /// A complete, validated configuration.
 struct Config
 {
@@ -115,6 +131,7 @@ struct Config
     /// Confine the file system view to the home folders when the process may (daemon.confine).
     bool Confine = true;
     ControlSection Control;
+    WebSection Web;
     /// Things the config allows but that will likely not do what its author means.
     std::vector<std::string> Warnings;
 

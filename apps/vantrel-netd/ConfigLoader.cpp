@@ -82,7 +82,7 @@ public:
     {
         Config config;
         config.SourceFile = sourceName;
-        RequireKnownKeys(root, "", {"daemon", "tftp", "bootp", "logging", "control"});
+        RequireKnownKeys(root, "", {"daemon", "tftp", "bootp", "logging", "control", "web"});
         if (const toml::node* node = root.get("daemon"))
         {
             const toml::table& daemon = Table(*node, "daemon");
@@ -96,6 +96,10 @@ public:
         if (const toml::node* node = root.get("control"))
         {
             ReadControl(Table(*node, "control"), config.Control);
+        }
+        if (const toml::node* node = root.get("web"))
+        {
+            ReadWeb(Table(*node, "web"), config.Web);
         }
         if (const toml::node* node = root.get("tftp"))
         {
@@ -343,6 +347,50 @@ private:
         }
     }
 
+    void ReadWeb(const toml::table& table, WebSection& web)
+    {
+        RequireKnownKeys(table, "web", {"listen", "allow_changes", "token_file"});
+        if (const toml::node* node = table.get("listen"))
+        {
+            ReadListen(*node, web);
+        }
+        Boolean(table, "web", "allow_changes", web.AllowChanges);
+        if (const toml::node* node = table.get("token_file"))
+        {
+            web.TokenFile = Resolve(*String(*node, "web.token_file")).string();
+        }
+        if (web.Enabled && web.Host != "127.0.0.1")
+        {
+            Warn(table.get("listen")->source(), "web.listen",
+                 fmt::format("the page is reachable from other hosts on {}: anyone who reaches it sees the devices{}",
+                             web.Host, web.AllowChanges ? ", and whoever has the token changes assignments" : ""));
+        }
+    }
+
+    // "HOST:PORT" or "PORT"; the host defaults to 127.0.0.1.
+    void ReadListen(const toml::node& node, WebSection& web)
+    {
+        const std::string& text = *String(node, "web.listen");
+        const std::size_t colon = text.rfind(':');
+        const std::string host = colon == std::string::npos ? "127.0.0.1" : text.substr(0, colon);
+        const std::string port = colon == std::string::npos ? text : text.substr(colon + 1);
+        IpAddress address;
+        int number = 0;
+        const bool digits = !port.empty() && port.size() <= 5 && port.find_first_not_of("0123456789") == std::string::npos;
+        if (digits)
+        {
+            number = std::stoi(port);
+        }
+        if (!IpAddress::TryParse(Qib::String(host), address) || !digits || number < 1 || number > 65535)
+        {
+            Fail(node.source(), "web.listen",
+                 fmt::format("\"{}\" is not an address and port (give 127.0.0.1:8069, or a port alone)", text));
+        }
+        web.Enabled = true;
+        web.Host = host;
+        web.Port = static_cast<std::uint16_t>(number);
+    }
+
     // A file the daemon creates: relative to the config's folder, in a folder that exists (once the
     // daemon is confined: one it kept at the start).
     std::string FilePath(const toml::node& node, const std::string& key)
@@ -588,7 +636,7 @@ private:
     {
         RequireKnownKeys(table, "bootp",
                          {"enabled", "address", "port", "timeout", "bind", "broadcast", "boot_server", "boot_file",
-                          "hosts"});
+                          "hosts", "hosts_file"});
         bootp.Enabled = true;
         Boolean(table, "bootp", "enabled", bootp.Enabled);
         if (const toml::node* node = table.get("address"))
@@ -618,11 +666,16 @@ private:
         {
             ReadBootpHosts(Array(*hosts, "bootp.hosts"), bootp.Hosts);
         }
+        const toml::node* hostsFile = table.get("hosts_file");
+        if (hostsFile != nullptr)
+        {
+            bootp.HostsFile = FilePath(*hostsFile, "bootp.hosts_file");
+        }
         if (!bootp.Enabled)
         {
             return;
         }
-        if (bootp.Hosts.empty())
+        if (bootp.Hosts.empty() && hostsFile == nullptr)
         {
             Warn(hosts != nullptr ? hosts->source() : table.source(), "bootp.hosts",
                  "the table is empty: only devices in the kernel ARP table get a reply, and of those only the ones "

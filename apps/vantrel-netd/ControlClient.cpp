@@ -77,9 +77,13 @@ nlohmann::json ControlClient::Request(const std::string& path, const nlohmann::j
     }
     if (!parsed.at("ok").get<bool>())
     {
-        const std::string error = parsed.contains("error") ? parsed.at("error").dump() : "unknown error";
-        throw DaemonExit(error.find("permission denied") != std::string::npos ? NoPrivilege : RuntimeFailure,
-                         fmt::format("the daemon at {} refused: {}", path, error));
+        const nlohmann::json& given = parsed.contains("error") ? parsed.at("error") : nlohmann::json("unknown error");
+        const std::string error = given.is_string() ? given.get<std::string>() : given.dump();
+        const int status = parsed.value("exit_status", 0);
+        const ExitStatus exitStatus = status == BadData || status == CannotCreate ? static_cast<ExitStatus>(status)
+                                 : error.find("permission denied") != std::string::npos ? NoPrivilege
+                                                                                        : RuntimeFailure;
+        throw DaemonExit(exitStatus, fmt::format("the daemon at {} refused: {}", path, error));
     }
     return parsed;
 }

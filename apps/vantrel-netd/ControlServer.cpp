@@ -22,8 +22,8 @@ namespace VantrelNetd
 namespace
 {
 
-// A request is one short line; anything longer is not one.
-constexpr std::size_t RequestLimit = 4096;
+// A request is one line; the longest, an assignment list, holds a few thousand devices at most.
+constexpr std::size_t RequestLimit = 1024 * 1024;
 
 sockaddr_un AddressOf(const std::string& path)
 {
@@ -181,7 +181,7 @@ void ControlServer::Answer(int connection)
     const timeval limit{1, 0};
     ::setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     std::string request;
-    char buffer[512];
+    char buffer[4096];
     while (request.find('\n') == std::string::npos && request.size() < RequestLimit)
     {
         const ssize_t count = ::recv(connection, buffer, sizeof(buffer), 0);

@@ -1,11 +1,13 @@
 // The daemon's life: host the library, run the configured servers, follow signals, stop cleanly.
 #include "Daemon.hpp"
 
+#include "AssignmentChange.hpp"
 #include "ConfigChange.hpp"
 #include "ConfigLoader.hpp"
 #include "Confinement.hpp"
 #include "DeploymentChecks.hpp"
 #include "ExitStatus.hpp"
+#include "HostsFile.hpp"
 #include "KeptFolders.hpp"
 #include "LibraryHost.hpp"
 #include "PartFileSweeper.hpp"
@@ -111,7 +113,9 @@ Config Daemon::LoadConfig() const
     {
         return ConfigLoader::BuiltIn(options.TftpRoot);
     }
-    return ConfigLoader::LoadFile(options.ConfigFile);
+    Config config = ConfigLoader::LoadFile(options.ConfigFile);
+    HostsFile::Merge(config);
+    return config;
 }
 
 std::string Daemon::LogFileOf(const Config& config) const
@@ -183,7 +187,8 @@ void Daemon::Confine(const Config& config)
     {
         KeptFolders::Keep(std::filesystem::path(options.ConfigFile).parent_path().string());
     }
-    for (const std::string& logFile : {options.LogFile, config.Logging.File, config.Logging.Events})
+    for (const std::string& logFile :
+         {options.LogFile, config.Logging.File, config.Logging.Events, config.Bootp.HostsFile})
     {
         if (!logFile.empty())
         {
@@ -288,11 +293,11 @@ void Daemon::Reload(ServerSet& running, Config& current, SignalWaiter& signals)
     current.Bootp = running.GetConfig().Bootp;
     current.Logging = next->Logging;
     ApplyEvents(current);
-    status->SetSettings(current.Describe());
+    Publish(current);
     log.Info("Reload done");
 }
 
-void Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate)
+bool Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate)
 {
     const char* name = server == ServerSet::Server::Tftp ? "tftp" : "bootp";
     running.Stop(server);
@@ -305,11 +310,13 @@ void Daemon::Restart(ServerSet::Server server, ServerSet& running, ServerSet& ca
         candidate.Start(server);
         running.Adopt(server, candidate);
         Announce(server, running.GetConfig());
+        return true;
     }
     catch (const DaemonExit& error)
     {
         log.Error("Reload failed for {0}: {1}; restarting it with its previous settings", name, error.what());
         running.Start(server);
+        return false;
     }
 }
 
@@ -374,6 +381,27 @@ void Daemon::ApplyEvents(const Config& config)
     }
 }
 
+void Daemon::OpenWebServer(const Config& config)
+{
+    if (config.Web.Enabled)
+    {
+        web = std::make_unique<WebServer>(config.Web);
+    }
+}
+
+void Daemon::Publish(const Config& config)
+{
+    status->SetSettings(config.Describe());
+    nlohmann::json table = nlohmann::json::array();
+    for (const BootpHost& host : config.Bootp.Enabled ? config.Bootp.Hosts : std::vector<BootpHost>{})
+    {
+        const bool kept = !config.Bootp.HostsFile.empty() && host.Where.File == config.Bootp.HostsFile;
+        table.push_back({{"hardware", host.MacAddress}, {"ip", host.Address.ToString().GetStdString()},
+                         {"name", host.Name}, {"source", kept ? "hosts file" : "config"}});
+    }
+    status->SetAssignments(std::move(table));
+}
+
 void Daemon::OpenControlSocket(const Config& config)
 {
     const std::string path = config.Control.Socket.empty() ? ControlServer::DefaultPath(options.ConfigFile)
@@ -389,14 +417,84 @@ void Daemon::OpenControlSocket(const Config& config)
     }
 }
 
-nlohmann::json Daemon::Answer(const nlohmann::json& request) const
+nlohmann::json Daemon::Answer(const nlohmann::json& request)
 {
     const std::string command = request["command"].is_string() ? request["command"].get<std::string>() : "";
     if (command == "status")
     {
         return status->Build();
     }
-    return {{"error", fmt::format("unknown command \"{}\" (known: status)", command)}};
+    if (command == "assign" || command == "unassign")
+    {
+        try
+        {
+            return ChangeAssignments(request);
+        }
+        catch (const DaemonExit& error)
+        {
+            return {{"error", error.what()}, {"exit_status", error.GetStatus()}};
+        }
+    }
+    return {{"error", fmt::format("unknown command \"{}\" (known: status, assign, unassign)", command)}};
+}
+
+// Runs on the control socket's thread; the BOOTP server alone is rebuilt with the new table.
+nlohmann::json Daemon::ChangeAssignments(const nlohmann::json& request)
+{
+    const auto started = std::chrono::steady_clock::now();
+    const std::lock_guard<std::mutex> guard(serversLock);
+    if (running == nullptr || !current->Bootp.Enabled)
+    {
+        throw DaemonExit(BadData, "BOOTP is off in the running config: there is no table to change");
+    }
+    const std::string& file = current->Bootp.HostsFile;
+    if (file.empty())
+    {
+        throw DaemonExit(BadData, "the config names no bootp.hosts_file to keep assignments in: add one and reload");
+    }
+    std::vector<BootpHost> fixed;
+    std::vector<BootpHost> kept;
+    for (const BootpHost& host : current->Bootp.Hosts)
+    {
+        (host.Where.File == file ? kept : fixed).push_back(host);
+    }
+    AssignmentChange change(fixed, kept);
+    if (request.value("command", "") == "unassign")
+    {
+        change.Unassign(request.value("hardware", ""));
+    }
+    else
+    {
+        for (const nlohmann::json& entry : request.value("entries", nlohmann::json::array()))
+        {
+            change.Assign(AssignmentCsv::Row{entry.value("hardware", ""), entry.value("ip", ""),
+                                             entry.value("name", ""), entry.value("where", "")});
+        }
+    }
+    const std::vector<std::string> hidden = change.CheckOrdering(request.value("force", false));
+    HostsFile::Save(file, change.GetKept());
+    Config next = *current;
+    next.Bootp.Hosts = fixed;
+    HostsFile::Merge(next);
+    ServerSet candidate(next);
+    ObserveAssignments(candidate, *tracker);
+    if (!Restart(ServerSet::Server::Bootp, *running, candidate))
+    {
+        HostsFile::Save(file, kept);
+        throw DaemonExit(RuntimeFailure, "the BOOTP server did not come up with the new table; it runs with the "
+                                         "previous one (see the log)");
+    }
+    current->Bootp = running->GetConfig().Bootp;
+    Publish(*current);
+    const auto took =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
+    log.Info("Assignments changed: the BOOTP table has {0} entries ({1} from {2}), rebuilt in {3} ms",
+             current->Bootp.Hosts.size(), change.GetKept().size(), file, took);
+    for (const std::string& entry : hidden)
+    {
+        log.Warning("bootp: forced change: {0} is hidden from the table's own search and gets no reply", entry);
+    }
+    return {{"entries", current->Bootp.Hosts.size()}, {"hidden", hidden}, {"milliseconds", took}};
 }
 
 int Daemon::Run()
@@ -418,6 +516,7 @@ int Daemon::Run()
     servers.reset();
     // Before any thread and before the user switch: the socket belongs to the starting user.
     OpenControlSocket(config);
+    OpenWebServer(config);
 
     // The library is loaded while its file is in sight; the view is confined and the user switched
     // before any server thread exists.
@@ -439,7 +538,7 @@ int Daemon::Run()
     const ReceiveObservation observation(*tracker);
     ApplyEvents(config);
     status = std::make_unique<StatusReport>(*tracker);
-    status->SetSettings(config.Describe());
+    Publish(config);
     if (control)
     {
         control->Start([this](const nlohmann::json& request) { return Answer(request); });
@@ -448,6 +547,16 @@ int Daemon::Run()
     auto sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
     sweeper->SweepAll();
     servers = StartServers(config);
+    if (web)
+    {
+        web->Start([this](const nlohmann::json& request) { return Answer(request); });
+        log.Info("{0}", web->Describe());
+    }
+    {
+        const std::lock_guard<std::mutex> guard(serversLock);
+        running = servers.get();
+        current = &config;
+    }
 
     const SystemdNotifier systemd;
     systemd.Ready();
@@ -465,6 +574,7 @@ int Daemon::Run()
         else if (signal == SIGHUP)
         {
             systemd.Reloading();
+            const std::lock_guard<std::mutex> guard(serversLock);
             Reload(*servers, config, signals);
             sweeper = std::make_unique<PartFileSweeper>(config.Tftp);
             systemd.Ready();
@@ -472,7 +582,12 @@ int Daemon::Run()
     }
     log.Info("{0}: stopping", stopSignal == SIGINT ? "SIGINT" : "SIGTERM");
     systemd.Stopping();
-    servers.reset();
+    {
+        const std::lock_guard<std::mutex> guard(serversLock);
+        running = nullptr;
+        current = nullptr;
+        servers.reset();
+    }
     ReportCutTransfers("the stop");
     host.Stop();
     log.Info("Stopped");

@@ -9,10 +9,12 @@
 #include "ServerSet.hpp"
 #include "StatusReport.hpp"
 #include "TransferTracker.hpp"
+#include "WebServer.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/Loggable.hpp"
 
 #include <memory>
+#include <mutex>
 #include <optional>
 
 namespace VantrelNetd
@@ -44,12 +46,17 @@ private:
     std::unique_ptr<ServerSet> StartServers(const Config& config);
     void Announce(ServerSet::Server server, const Config& config);
     void Reload(ServerSet& running, Config& current, SignalWaiter& signals);
-    void Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate);
+    /// True when `candidate`'s server took over; false when it failed and the previous one runs again.
+    bool Restart(ServerSet::Server server, ServerSet& running, ServerSet& candidate);
     bool WaitForTransfers(const TftpSection& tftp, SignalWaiter& signals);
     void ReportCutTransfers(const char* cause);
     void ApplyEvents(const Config& config);
     void OpenControlSocket(const Config& config);
-    nlohmann::json Answer(const nlohmann::json& request) const;
+    void OpenWebServer(const Config& config);
+    /// Hands the settings and the BOOTP table to the status.
+    void Publish(const Config& config);
+    nlohmann::json Answer(const nlohmann::json& request);
+    nlohmann::json ChangeAssignments(const nlohmann::json& request);
     void TakeSignal(int signal);
 
     Options options;
@@ -58,9 +65,15 @@ private:
     std::unique_ptr<StatusReport> status;
     // After the tracker and the status, so that its thread ends before they go.
     std::unique_ptr<ControlServer> control;
+    std::unique_ptr<WebServer> web;
     DaemonLog daemonLog;
     /// The user the servers run as, when --user names one.
     std::optional<PrivilegeDrop::Account> account;
+    /// Guards the running servers and their config: the main thread reloads and stops them, the control
+    /// socket's thread changes the BOOTP table.
+    std::mutex serversLock;
+    ServerSet* running = nullptr;
+    Config* current = nullptr;
     int stopSignal = 0;
     bool reloadAgain = false;
 };

@@ -14,6 +14,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <set>
 
 namespace VantrelNetd
@@ -56,6 +57,18 @@ std::vector<std::string> DeploymentChecks::Run(const Config& config, const std::
         for (std::string& warning : UnwritableHomes(config.Tftp, runAs))
         {
             warnings.push_back(std::move(warning));
+        }
+    }
+    if (config.Bootp.Enabled && !config.Bootp.HostsFile.empty())
+    {
+        // The file is replaced by a rename, which needs the right to write its folder.
+        const std::string folder = std::filesystem::path(config.Bootp.HostsFile).parent_path().string();
+        const bool switching = runAs && runAs->Uid != ::geteuid();
+        if (!(switching ? CanWriteAs(folder, *runAs) : CanWriteAsCurrentUser(folder)))
+        {
+            warnings.push_back(fmt::format("bootp: {} cannot write the folder {} of bootp.hosts_file: every assign "
+                                           "will be refused (73)",
+                                           switching ? "user " + runAs->Name : std::string("the daemon's user"), folder));
         }
     }
     if (config.Bootp.Enabled)

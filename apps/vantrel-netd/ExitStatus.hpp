@@ -13,6 +13,8 @@ enum ExitStatus : int
     CleanStop = 0,
     RuntimeFailure = 1,
     BadCommandLine = 64,   // EX_USAGE
+    BadData = 65,          // EX_DATAERR: an assignment or assignment list that cannot be used
+    NoInput = 66,          // EX_NOINPUT: a file to read cannot be opened
     PortInUse = 69,        // EX_UNAVAILABLE
     CannotCreate = 73,     // EX_CANTCREAT: the log file cannot be opened
     ProtocolError = 76,    // EX_PROTOCOL: the daemon's control socket answered something unreadable

@@ -10,7 +10,8 @@ namespace VantrelNetd
 
 /// Process-wide set of folders opened beforehand, and the one way the daemon opens its own files
 /// (config, log): through a kept folder when there is one, so that the file is found also after
-/// the daemon's view of the file system no longer holds it. Main thread only.
+/// the daemon's view of the file system no longer holds it. Keep runs on the main thread before any
+/// other thread starts; Open and Replace may then run on any thread.
 class KeptFolders
 {
 public:
@@ -25,6 +26,11 @@ public:
     /// Opens `file` (an absolute path) like open(2), through its kept folder when there is one;
     /// close-on-exec is always added. A descriptor, or -1 with errno set.
     static int Open(const std::string& file, int flags, mode_t mode = 0);
+
+    /// Replaces `file` (an absolute path) with `text` atomically: written to a temporary file in the same
+    /// folder (through the kept one when there is one), flushed to disk, then renamed over it. An empty
+    /// string, or the reason it failed.
+    static std::string Replace(const std::string& file, const std::string& text);
 };
 
 } // namespace VantrelNetd

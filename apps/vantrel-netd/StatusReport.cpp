@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <sstream>
@@ -34,6 +35,12 @@ StatusReport::StatusReport(TransferTracker& tracker)
 {
 }
 
+void StatusReport::SetAssignments(nlohmann::json table)
+{
+    std::lock_guard<std::mutex> guard(lock);
+    assignments = std::move(table);
+}
+
 void StatusReport::SetSettings(const std::string& described)
 {
     std::lock_guard<std::mutex> guard(lock);
@@ -43,8 +50,10 @@ void StatusReport::SetSettings(const std::string& described)
 nlohmann::json StatusReport::Build() const
 {
     nlohmann::json lines = nlohmann::json::array();
+    nlohmann::json table;
     {
         std::lock_guard<std::mutex> guard(lock);
+        table = assignments;
         std::istringstream text(settings);
         for (std::string line; std::getline(text, line);)
         {
@@ -52,6 +61,15 @@ nlohmann::json StatusReport::Build() const
         }
     }
     const Journal& journal = tracker.GetJournal();
+    nlohmann::json running = tracker.InProgressJson();
+    // The file's size, for a progress bar: a download's total, an upload's so far.
+    for (nlohmann::json& transfer : running)
+    {
+        struct stat status{};
+        const std::string path = transfer.value("path", "");
+        transfer["size"] = !path.empty() && ::stat(path.c_str(), &status) == 0 ? nlohmann::json(status.st_size)
+                                                                                : nlohmann::json(nullptr);
+    }
     return {
         {"version", VANTREL_NETD_VERSION},
         {"pid", ::getpid()},
@@ -59,9 +77,10 @@ nlohmann::json StatusReport::Build() const
         {"uptime_seconds",
          std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - startedSteady).count()},
         {"settings", lines},
-        {"running", tracker.InProgressJson()},
+        {"running", running},
         {"recent", journal.Recent()},
         {"devices", journal.Devices()},
+        {"assignments", table},
         {"counters", journal.Counters()},
     };
 }

@@ -21,8 +21,11 @@ public:
 
     /// The servers and settings summary, one item per line (as Config::Describe gives it).
     void SetSettings(const std::string& described);
+    /// The BOOTP table as it runs: hardware, ip, name and source ("config" or "hosts file") of each entry.
+    void SetAssignments(nlohmann::json table);
 
-    /// The status as JSON: version, pid, started, uptime_seconds, settings, running, recent, devices, counters.
+    /// The status as JSON: version, pid, started, uptime_seconds, settings, running (with
+    /// the file's size when known), recent, devices, assignments, counters.
     nlohmann::json Build() const;
 
     /// The status as text for people, from a Build() result.
@@ -34,6 +37,7 @@ private:
     std::chrono::steady_clock::time_point startedSteady;
     mutable std::mutex lock;
     std::string settings;
+    nlohmann::json assignments = nlohmann::json::array();
 };
 
 } // namespace VantrelNetd

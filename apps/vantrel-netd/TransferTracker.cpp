@@ -284,7 +284,8 @@ nlohmann::json TransferTracker::InProgressJson() const
     const auto now = std::chrono::system_clock::now();
     for (const Transfer& transfer : InProgress())
     {
-        nlohmann::json entry = Journal::ToJson(Summarise(transfer, Outcome::Complete, now));
+        // Summarised as unfinished: a running download's bytes are those acknowledged so far, not the file's size.
+        nlohmann::json entry = Journal::ToJson(Summarise(transfer, Outcome::Cut, now));
         entry.erase("outcome");
         entry.erase("text");
         entry.erase("time");

@@ -1,4 +1,5 @@
 // vantrel-netd: hosts libVantrelBase.Net.so and runs its TFTP and BOOTP servers from a config file.
+#include "AssignCommand.hpp"
 #include "CommandLine.hpp"
 #include "Daemon.hpp"
 #include "ExitStatus.hpp"
@@ -32,6 +33,10 @@ int main(int argc, char** argv)
         if (command.Values.Status)
         {
             return StatusCommand::Run(command.Values);
+        }
+        if (command.Values.Assign || command.Values.Unassign)
+        {
+            return AssignCommand::Run(command.Values);
         }
         Daemon daemon(command.Values);
         return command.Values.Check ? daemon.Check() : daemon.Run();

@@ -19,8 +19,8 @@ Config Running()
     config.Tftp.Enabled = true;
     config.Tftp.HomePaths = {{"/", "/srv/tftp"}};
     config.Bootp.Enabled = true;
-    config.Bootp.Hosts = {{"02:00:00:00:00:01", IpAddress::Parse("10.77.0.2"), "", {}},
-                          {"02:00:00:00:00:02", IpAddress::Parse("10.77.0.3"), "", {}}};
+    config.Bootp.Hosts = {{"02:00:00:00:00:01", IpAddress::Parse("10.77.0.2"), "", {}, ""},
+                          {"02:00:00:00:00:02", IpAddress::Parse("10.77.0.3"), "", {}, ""}};
     return config;
 }
 
@@ -36,7 +36,7 @@ TEST(ConfigChangeTest, RestartsExactlyTheServersWhoseSettingsDifferAndSaysWhy)
     const Case cases[] = {
         {[](Config&) {}, "bootp unchanged; tftp unchanged"},
         {[](Config& c) {
-             c.Bootp.Hosts.push_back({"02:00:00:00:00:03", IpAddress::Parse("10.77.0.4"), "", {}});
+             c.Bootp.Hosts.push_back({"02:00:00:00:00:03", IpAddress::Parse("10.77.0.4"), "", {}, ""});
              c.Bootp.BootFile = "pxelinux.0";
          },
          "bootp: 1 host added, boot file changed; tftp unchanged"},

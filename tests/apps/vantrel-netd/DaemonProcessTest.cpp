@@ -172,6 +172,8 @@ TEST_F(DaemonProcessTest, EveryKindOfBadConfigExits78WithOneLineNamingIt)
         {"[tftp]\n[[tftp.home]]\npath = \"absent\"\n", ":3:8: tftp.home[0].path: directory"},
         {"[bootp]\n[[bootp.hosts]]\nmac = \"00:11:22\"\nip = \"10.77.0.2\"\n", ":3:7: bootp.hosts[0].mac:"},
         {"[tftp\n", ":1:6: "},
+        {"[web]\nlisten = \"localhost:8069\"\n[bootp]\n", ":2:10: web.listen: \"localhost:8069\" is not an address"},
+        {"[web]\nlisten = \"127.0.0.1:0\"\n[bootp]\n", ":2:10: web.listen:"},
     };
     for (const Case& item : cases)
     {
@@ -190,7 +192,8 @@ TEST_F(DaemonProcessTest, EveryKindOfBadConfigExits78WithOneLineNamingIt)
 TEST_F(DaemonProcessTest, BadCommandLinesExit64WithOneLine)
 {
     const std::vector<std::vector<std::string>> cases = {
-        {"--bogus"}, {"--log-level", "loud"}, {"--check"}, {"--user", "no-such-user-here"}};
+        {"--bogus"}, {"--log-level", "loud"}, {"--check"}, {"--user", "no-such-user-here"},
+        {"assign", "02:00:00:00:00:01"}, {"assign", "--from", "plan.csv", "02:00:00:00:00:01"}, {"unassign"}};
     for (const auto& arguments : cases)
     {
         std::string error;

@@ -1,0 +1,110 @@
+// End-to-end tests of runtime assignments: `vantrel-netd assign`/`unassign` against a running daemon.
+#include "DaemonProcess.hpp"
+
+#include "Support/NetworkNamespace.hpp"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <filesystem>
+
+using VantrelTest::DaemonProcess;
+namespace fs = std::filesystem;
+
+namespace
+{
+
+struct AssignCase
+{
+    std::vector<std::string> Arguments;
+    int Status;
+    std::string Output;
+};
+
+class DaemonAssignTest : public VantrelTest::DaemonTest
+{
+protected:
+    // The command with the test daemon's socket; checks its status and that its output holds `expected`.
+    void Expect(const AssignCase& step)
+    {
+        std::vector<std::string> arguments = step.Arguments;
+        arguments.insert(arguments.begin() + 1, {"--socket", (root / "netd.sock").string()});
+        std::string output;
+        std::string error;
+        const int status = DaemonProcess::Run(arguments, &error, &output);
+        EXPECT_EQ(status, step.Status) << arguments[0] << " " << arguments[3] << ": " << output << error;
+        EXPECT_NE((output + error).find(step.Output), std::string::npos) << output << error;
+        if (status != 0)
+        {
+            ExpectOneLine(error);
+        }
+    }
+
+    std::unique_ptr<DaemonProcess> Start(const fs::path& config)
+    {
+        return StartDaemon({"--config", config.string()}, "Control socket");
+    }
+};
+
+} // namespace
+
+TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const fs::path config = Config(TftpConfig("boot") + "[control]\nsocket = \"netd.sock\"\n[bootp]\n"
+                                   "hosts_file = \"hosts.csv\"\n"
+                                   "[[bootp.hosts]]\nmac = \"02:00:00:00:00:01\"\nip = \"10.77.0.2\"\n");
+    Write(root / "plan.csv", "Hardware address;IP;Name\n\"0277000000AA\";10.77.0.20;press-1\n"
+                             "02-77-00-00-00-ab ; 10.77.0.21 ; \n# spare\n");
+    Write(root / "twice.csv", "02:77:00:00:00:30,10.77.0.30\n02-77-00-00-00-30,10.77.0.31,again\n");
+    Write(root / "short.csv", "mac,ip\n02:77:00:00:00:40\n");
+    auto daemon = Start(config);
+    const std::string table = "the BOOTP table has ";
+    const std::vector<AssignCase> steps{
+        {{"assign", "02-77-00-00-00-10", "10.77.0.40", "--name", "press-3"}, 0, "assigned 1 device(s); " + table + "2"},
+        {{"assign", "02:77:00:00:00:10", "10.77.0.41", "--name", "press-3b"}, 0, table + "2"},
+        {{"assign", "0277000000", "10.77.0.42"}, 65, "\"0277000000\" is not a hardware address"},
+        {{"assign", "02:77:00:00:00:11", "10.77.0.256"}, 65, "\"10.77.0.256\" is not an IPv4 address"},
+        {{"assign", "02:77:00:00:00:11", "10.77.0.41"}, 65, "10.77.0.41 is given to 02:77:00:00:00:10 (press-3b"},
+        {{"assign", "02:77:00:00:00:11", "10.77.0.2"}, 65, "10.77.0.2 is given to 02:00:00:00:00:01"},
+        {{"assign", "02:00:00:00:00:01", "10.77.0.50"}, 65, "is in the config file's own table"},
+        {{"assign", "02:77:00:00:00:12", "10.77.0.43", "--name", "a,b"}, 65, "is not a device name"},
+        {{"assign", "--from", (root / "plan.csv").string()}, 0, "assigned 2 device(s); " + table + "4"},
+        {{"assign", "--from", (root / "twice.csv").string()}, 65, "twice.csv:2: 02:77:00:00:00:30 is given twice"},
+        {{"assign", "--from", (root / "short.csv").string()}, 65, "short.csv:2: give the hardware address"},
+        {{"assign", "--from", (root / "absent.csv").string()}, 66, "cannot read the list"},
+        {{"assign", "01:02:00:00:00:00", "10.77.0.60"}, 65, "would hide 01:02:00:00:00:00 (10.77.0.60)"},
+        {{"assign", "01:02:00:00:00:00", "10.77.0.60", "--force"}, 0, "warning: forced: 01:02:00:00:00:00"},
+        {{"unassign", "01-02-00-00-00-00"}, 0, table + "4"},
+        {{"unassign", "01:02:00:00:00:00"}, 65, "01:02:00:00:00:00 has no assignment"},
+        {{"unassign", "02:00:00:00:00:01"}, 65, "is in the config file's own table"},
+    };
+    for (const AssignCase& step : steps)
+    {
+        Expect(step);
+    }
+    const std::string kept = "hardware,ip,name\n02:77:00:00:00:10,10.77.0.41,press-3b\n"
+                             "02:77:00:00:00:AA,10.77.0.20,press-1\n02:77:00:00:00:AB,10.77.0.21,\n";
+    EXPECT_EQ(Read(root / "hosts.csv"), kept);
+    const std::string log = daemon->StandardError();
+    EXPECT_EQ(log.find("TFTP server on UDP port 69"), log.rfind("TFTP server on UDP port 69")) << log;
+    EXPECT_NE(log.find("Assignments changed: the BOOTP table has 4 entries (3 from"), std::string::npos) << log;
+    daemon->Signal(SIGTERM);
+    ASSERT_EQ(daemon->WaitForExit(), 0);
+
+    daemon = Start(config);
+    EXPECT_TRUE(daemon->WaitForError("BOOTP server on 0.0.0.0:67 with 4 table entries")) << daemon->StandardError();
+    Expect({{"assign", "02:77:00:00:00:13", "10.77.0.41"}, 65, "10.77.0.41 is given to 02:77:00:00:00:10 (press-3b"});
+    Write(root / "hosts.csv", kept + "02:77:00:00:00:50,10.77.0.20,clash\n");
+    daemon->Signal(SIGHUP);
+    EXPECT_TRUE(daemon->WaitForError("Reload refused, the running servers go on: hosts file " + (root / "hosts.csv").string() +
+                                     ":5: 10.77.0.20 is given to 02:77:00:00:00:AA"))
+        << daemon->StandardError();
+    daemon->Signal(SIGTERM);
+    EXPECT_EQ(daemon->WaitForExit(), 0);
+    std::string error;
+    EXPECT_EQ(DaemonProcess::Run({"--config", config.string()}, &error), 78);
+    EXPECT_NE(error.find("hosts file " + (root / "hosts.csv").string() + ":5: 10.77.0.20 is given to"), std::string::npos)
+        << error;
+}
