@@ -18,10 +18,12 @@ header{background:#1d2330;color:#fff;padding:.6em 1em;display:flex;flex-wrap:wra
 header h1{font-size:1.1em;margin:0}
 main{padding:1em;display:grid;gap:1em;grid-template-columns:repeat(auto-fit,minmax(420px,1fr))}
 section{background:#fff;border-radius:6px;padding:.8em;box-shadow:0 1px 2px #0002;overflow-x:auto}
+#devices-section{grid-column:1/-1}
 h2{font-size:1em;margin:.2em 0 .6em}
 table{border-collapse:collapse;width:100%}
 td,th{text-align:left;padding:.35em .4em;border-bottom:1px solid #e3e5ea;vertical-align:middle}
 input{font:inherit;padding:.3em;width:8.5em}
+input.name{width:7em}
 button{font:inherit;padding:.35em .8em;border:0;border-radius:4px;background:#2f6fdf;color:#fff;min-height:2.2em}
 button.remove{background:#b43a3a}
 .none{color:#b06000}.ok{color:#2a7d2a}.bad{color:#b43a3a}
@@ -32,7 +34,7 @@ progress{width:10em;height:1em}
 <header><h1>vantrel-netd</h1><span id="summary"></span>
 <label>Token <input id="token" type="password" autocomplete="off"></label><span id="message"></span></header>
 <main>
-<section><h2>Devices seen</h2><table><thead><tr><th>Hardware address</th><th>Seen</th><th>Last seen</th>
+<section id="devices-section"><h2>Devices seen</h2><table><thead><tr><th>Hardware address</th><th>Seen</th><th>Last seen</th>
 <th>Assignment</th><th></th></tr></thead><tbody id="devices"></tbody></table></section>
 <section><h2>Transfers in progress</h2><table><tbody id="running"></tbody></table>
 <h2>Recent transfers</h2><table><tbody id="recent"></tbody></table></section>
@@ -45,6 +47,8 @@ let changesAllowed = false, editing = null;
 $('token').value = sessionStorage.getItem('token') || '';
 $('token').addEventListener('change', () => sessionStorage.setItem('token', $('token').value));
 function cell(row, text, cls) { const c = row.insertCell(); c.textContent = text; if (cls) c.className = cls; return c; }
+// The daemon's times are UTC; the page shows the browser's local time of day.
+function clock(time) { return new Date(time).toLocaleTimeString([], {hour12: false}); }
 function say(text, cls) { $('message').textContent = text; $('message').className = cls; }
 async function change(path, body) {
   const reply = await fetch(path, {method: 'POST', headers: {'Content-Type': 'application/json', 'X-Token': $('token').value},
@@ -68,7 +72,7 @@ function devices(status) {
   for (const device of status.devices) {
     const row = body.insertRow(), entry = table.get(device.hardware);
     row.dataset.hardware = device.hardware;
-    cell(row, device.hardware); cell(row, device.times_seen); cell(row, device.last_seen.replace('T', ' ').slice(0, 19));
+    cell(row, device.hardware); cell(row, device.times_seen); cell(row, clock(device.last_seen)).title = device.last_seen;
     if (entry) cell(row, entry.ip + (entry.name ? ' (' + entry.name + ')' : '') + (entry.source === 'config' ? ' [config]' : ''), 'ok');
     else cell(row, 'no configuration', 'none');
     const actions = row.insertCell();
@@ -93,7 +97,7 @@ function transfers(status) {
   const recent = $('recent'); recent.textContent = '';
   for (const t of status.recent.slice().reverse()) {
     const row = recent.insertRow(); row.className = 'finished';
-    cell(row, t.time.replace('T', ' ').slice(11, 19)); cell(row, t.text, t.outcome === 'complete' ? 'ok' : 'bad');
+    cell(row, clock(t.time)).title = t.time; cell(row, t.text, t.outcome === 'complete' ? 'ok' : 'bad');
   }
 }
 async function refresh() {

@@ -132,7 +132,7 @@ def main():
          .format(peer, PEER_MAC))
     os.makedirs(os.path.join(work, "boot"))
     # Near the largest file TFTP moves intact, so that the download runs for seconds.
-    image = os.urandom(20000 * 512 + 100)
+    image = os.urandom(4000 * 512 + 100)
     with open(os.path.join(work, "boot", "image.bin"), "wb") as file:
         file.write(image)
     write_config(True)
