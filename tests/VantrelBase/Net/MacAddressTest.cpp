@@ -76,12 +76,14 @@ TEST(MacAddressTest, LessThanHoldsWhenAnyPositionIsLess)
     // Equal values are equivalent.
     EXPECT_FALSE(a < a);
     EXPECT_FALSE(MacAddress() < MacAddress());
-    // Equality compares all six bytes.
+    // Equality and inequality compare all six bytes.
+    EXPECT_FALSE(a != MacAddress(a));
     for (std::size_t i = 0; i < 6; ++i)
     {
         MacAddress changed = a;
         changed.bytes[i] = 0x77;
         EXPECT_FALSE(a == changed) << i;
+        EXPECT_TRUE(a != changed) << i;
     }
 }
 

@@ -189,6 +189,10 @@ TEST_F(TftpServerTest, DuplicateAndOutOfSequenceData)
     client.Send(Data(6, "x"));
     EXPECT_EQ(client.Receive()->raw, Error(5, "Unknown transfer ID."));
     EXPECT_TRUE(logs->Contains("Client " + client.Name() + " has transmitted an unexpected block number: 6", 3));
+    // That ended the upload: the block it was waiting for meets no transfer.
+    client.Send(Data(5, "x"));
+    EXPECT_EQ(client.Receive()->body, "Unexpected packet.");
+    EXPECT_EQ(ReadFile(home / "seq.bin.part")->size(), 4U * 512);
 }
 
 TEST_F(TftpServerTest, AcknowledgeInAnUploadIsIllegal)
