@@ -162,6 +162,8 @@ void TftpServer::AgeSessions()
             it = sessions.erase(it);
             continue;
         }
+        // Read before the time, which Send sets before the count.
+        const std::uint16_t sent = session->sendCount.load();
         const auto elapsed =
             std::chrono::duration_cast<std::chrono::nanoseconds>(now - session->GetLastActivity()).count() /
             1000000000LL;
@@ -170,7 +172,7 @@ void TftpServer::AgeSessions()
             ++it;
             continue;
         }
-        if (session->sendCount.load() <= maxRetries)
+        if (sent <= maxRetries)
         {
             // Re-sends only a client's error packet; during ordinary transfers there is nothing to
             // re-send and the session is looked at again on every pass. Deliberate.
@@ -293,8 +295,10 @@ void TftpServer::Send(std::shared_ptr<Packet> packet, std::shared_ptr<Session> s
     {
         return;
     }
-    ++session->sendCount;
+    // The time before the count: ageing reads the count first, so a session it sees as sent to
+    // always shows that send's time (the other way round a new transfer could look long expired).
     session->SetLastActivity(std::chrono::system_clock::now());
+    ++session->sendCount;
     log.Log(verbose ? LogLevel::Info : LogLevel::Trace, "Send packet to {0}:{1}: len={2}, opcode={3}",
             session->address.ToString(), session->port, packet->GetLength(), OpCodeNumber(*packet));
     if (!session->socket)
