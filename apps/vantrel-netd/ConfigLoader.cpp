@@ -16,6 +16,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -752,6 +753,30 @@ private:
     std::vector<std::string> warnings;
 };
 
+// Started as root through sudo (scripts/run does that), a folder made for the caller belongs to the
+// user who asked, so that they can put files into it without sudo. A failure leaves it root's.
+void HandToSudoUser(const std::vector<fs::path>& made)
+{
+    const char* user = std::getenv("SUDO_UID");
+    const char* group = std::getenv("SUDO_GID");
+    if (::geteuid() != 0 || user == nullptr || group == nullptr)
+    {
+        return;
+    }
+    char* end = nullptr;
+    const unsigned long uid = std::strtoul(user, &end, 10);
+    const bool uidRead = end != user && *end == '\0';
+    const unsigned long gid = std::strtoul(group, &end, 10);
+    if (!uidRead || end == group || *end != '\0' || uid == 0)
+    {
+        return;
+    }
+    for (const fs::path& path : made)
+    {
+        (void)::lchown(path.c_str(), static_cast<uid_t>(uid), static_cast<gid_t>(gid));
+    }
+}
+
 } // namespace
 
 Config ConfigLoader::LoadFile(const std::string& path)
@@ -820,10 +845,12 @@ Config ConfigLoader::BuiltIn(const std::string& tftpRoot)
         }
         std::ofstream sample(root / "hello.txt");
         sample << "Hello from vantrel-netd. Fetch me with: tftp -m binary 127.0.0.1 -c get hello.txt\n";
+        sample.close();
         if (!sample)
         {
             throw DaemonExit(RuntimeFailure, fmt::format("cannot write the sample file in {}", rootText));
         }
+        HandToSudoUser({root, root / "hello.txt"});
     }
     else if (!fs::is_directory(root, error))
     {

@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -359,4 +361,22 @@ TEST_F(ConfigLoaderTest, BuiltInDefaultCreatesAMissingFolderWithASampleFile)
     fs::remove(folder / "hello.txt");
     ConfigLoader::BuiltIn(folder.string());
     EXPECT_FALSE(fs::exists(folder / "hello.txt"));
+
+    // Made by root for a user of sudo, the folder and its sample file are that user's.
+    if (::geteuid() == 0)
+    {
+        ::setenv("SUDO_UID", "65534", 1);
+        ::setenv("SUDO_GID", "65533", 1);
+        const fs::path forUser = root / "for-user";
+        ConfigLoader::BuiltIn(forUser.string());
+        ::unsetenv("SUDO_UID");
+        ::unsetenv("SUDO_GID");
+        for (const fs::path& made : {forUser, forUser / "hello.txt"})
+        {
+            struct stat status{};
+            ASSERT_EQ(::stat(made.c_str(), &status), 0) << made;
+            EXPECT_EQ(status.st_uid, 65534U) << made;
+            EXPECT_EQ(status.st_gid, 65533U) << made;
+        }
+    }
 }
