@@ -43,7 +43,7 @@ progress{width:10em;height:1em}
 <script>
 'use strict';
 const $ = id => document.getElementById(id);
-let changesAllowed = false, editing = null;
+let changesAllowed = false, editing = null, shownDevices = '';
 $('token').value = sessionStorage.getItem('token') || '';
 $('token').addEventListener('change', () => sessionStorage.setItem('token', $('token').value));
 function cell(row, text, cls) { const c = row.insertCell(); c.textContent = text; if (cls) c.className = cls; return c; }
@@ -55,7 +55,7 @@ async function change(path, body) {
                                     body: JSON.stringify(body)});
   const answer = await reply.json();
   say(answer.ok ? path.slice(5) + ' ' + body.hardware + ': done' : answer.error, answer.ok ? 'ok' : 'bad');
-  editing = null; refresh();
+  editing = null; shownDevices = ''; refresh();
 }
 function form(cellOf, hardware, entry) {
   const ip = document.createElement('input'), name = document.createElement('input'), go = document.createElement('button');
@@ -67,6 +67,10 @@ function form(cellOf, hardware, entry) {
   cellOf.append(ip, ' ', name, ' ', go);
 }
 function devices(status) {
+  // Rebuilt only when something in it changed, so that a click or a keystroke is never lost to a refresh.
+  const shown = JSON.stringify([changesAllowed, status.devices, status.assignments]);
+  if (shown === shownDevices) return;
+  shownDevices = shown;
   const table = new Map(status.assignments.map(a => [a.hardware, a]));
   const body = $('devices'); body.textContent = '';
   for (const device of status.devices) {

@@ -25,7 +25,7 @@ if not shutil.which("chromium") or not shutil.which("chromedriver"):
 try:
     from selenium import webdriver
     from selenium.webdriver.chrome.service import Service
-    from selenium.common.exceptions import StaleElementReferenceException
+    from selenium.common.exceptions import ElementNotInteractableException, StaleElementReferenceException
     from selenium.webdriver.common.by import By
     from selenium.webdriver.support.ui import WebDriverWait
 except ImportError:
@@ -117,7 +117,7 @@ def fill(driver, fields):
                 row.find_element(By.CSS_SELECTOR, selector).send_keys(text)
             row.find_element(By.CSS_SELECTOR, "button.assign").click()
             return
-        except StaleElementReferenceException:
+        except (StaleElementReferenceException, ElementNotInteractableException):
             time.sleep(0.1)
     raise AssertionError("the device row kept changing under the form")
 
