@@ -108,6 +108,17 @@ def device_row(driver):
     return rows[0] if rows else None
 
 
+def row_text(driver):
+    """The device row's text, read again when a refresh replaced the row meanwhile ("" while there is none)."""
+    for _ in range(20):
+        try:
+            row = device_row(driver)
+            return row.text if row else ""
+        except StaleElementReferenceException:
+            time.sleep(0.1)
+    raise AssertionError("the device row kept changing")
+
+
 def fill(driver, fields):
     """Types into the device row's inputs and clicks Assign, again when a refresh replaced the row meanwhile."""
     for _ in range(10):
@@ -141,15 +152,15 @@ def main():
     try:
         reply = bootpc()
         assert "IPADDR" not in reply, reply
-        wait(driver, lambda: device_row(driver) and "no configuration" in device_row(driver).text, "the new device")
+        wait(driver, lambda: "no configuration" in row_text(driver), "the new device")
 
         fill(driver, [("input.ip", "10.77.42.50"), ("input.name", "press-3")])
         wait(driver, lambda: "wrong or missing token" in driver.find_element(By.ID, "message").text, "the refusal")
-        assert "10.77.42.50" not in device_row(driver).text
+        assert "10.77.42.50" not in row_text(driver)
 
         driver.find_element(By.ID, "token").send_keys(token)
         fill(driver, [("input.ip", "10.77.42.50")])
-        wait(driver, lambda: "10.77.42.50" in device_row(driver).text, "the assignment")
+        wait(driver, lambda: "10.77.42.50" in row_text(driver), "the assignment")
         assert "10.77.42.50,\n" in open(os.path.join(work, "hosts.csv")).read()
         reply = bootpc()
         assert "IPADDR='10.77.42.50'" in reply, reply
@@ -188,7 +199,7 @@ def main():
         except urllib.error.HTTPError as error:
             assert error.code == 403 and "allow_changes" in error.read().decode()
         assert "IPADDR='10.77.42.50'" in bootpc()
-        wait(driver, lambda: device_row(driver) and "10.77.42.50" in device_row(driver).text, "the device")
+        wait(driver, lambda: "10.77.42.50" in row_text(driver), "the device")
         assert not driver.find_elements(By.CSS_SELECTOR, "button.assign")
         status = json.load(urllib.request.urlopen("http://127.0.0.1:%d/api/status" % PORT, timeout=5))
         assert {"hardware": PEER_MAC, "ip": "10.77.42.50", "name": "", "source": "hosts file"} in status["assignments"]
