@@ -15,18 +15,7 @@ SignalWaiter::SignalWaiter()
     sigaddset(&handled, SIGINT);
     sigaddset(&handled, SIGTERM);
     sigaddset(&handled, SIGHUP);
-    pthread_sigmask(SIG_BLOCK, &handled, &previous);
-}
-
-SignalWaiter::~SignalWaiter()
-{
-    // A second SIGTERM sent while the daemon stops (a process group's, or a supervisor's) must not
-    // end the process with its default action once the mask is restored: it is taken here.
-    const timespec now{};
-    while (::sigtimedwait(&handled, nullptr, &now) > 0)
-    {
-    }
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    pthread_sigmask(SIG_BLOCK, &handled, nullptr);
 }
 
 int SignalWaiter::Wait(std::chrono::milliseconds timeout)

@@ -10,13 +10,14 @@ namespace VantrelNetd
 
 /// Blocks SIGINT, SIGTERM and SIGHUP in the calling thread and takes them with sigtimedwait, so that
 /// no work is done in an asynchronous handler. Create it on the main thread before any other thread
-/// starts: threads inherit the blocked set, so the signals wait for this thread alone.
+/// starts: threads inherit the blocked set, so the signals wait for this thread alone. The signals
+/// stay blocked after it is gone: it lives as long as the daemon runs, and a second SIGTERM sent
+/// while the process ends (a process group's, or a supervisor's) must not end it with its default
+/// action and a status other than the clean stop's.
 class SignalWaiter
 {
 public:
     SignalWaiter();
-    /// Restores the signal mask the thread had before.
-    ~SignalWaiter();
     SignalWaiter(const SignalWaiter&) = delete;
     SignalWaiter& operator=(const SignalWaiter&) = delete;
 
@@ -25,7 +26,6 @@ public:
 
 private:
     sigset_t handled{};
-    sigset_t previous{};
 };
 
 } // namespace VantrelNetd
