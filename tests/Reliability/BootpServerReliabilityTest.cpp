@@ -3,8 +3,8 @@
 // neither crashes it nor keeps a known device from its answer nor slows its stop down to a kill.
 #include "VantrelBase/Net/Bootp/BootpServer.hpp"
 
-#include "../VantrelBase/Net/Bootp/BootpRequest.hpp"
-#include "../VantrelBase/Net/Information/PeerNamespace.hpp"
+#include "Support/BootpRequest.hpp"
+#include "Support/PeerNamespace.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
 #include "Support/ProcessStatus.hpp"

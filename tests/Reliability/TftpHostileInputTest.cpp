@@ -3,11 +3,11 @@
 #include "VantrelBase/Net/Tftp/TftpServer.hpp"
 
 #include "../VantrelBase/Net/Tftp/TftpTestSupport.hpp"
+#include "Support/PrivateTmpfs.hpp"
 #include "Support/ProcessStatus.hpp"
 
 #include <gtest/gtest.h>
 
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -16,37 +16,8 @@
 #include <filesystem>
 #include <string>
 
+using namespace VantrelTest;
 using namespace VantrelTest::Tftp;
-
-namespace
-{
-
-// Mounts a small tmpfs on `path`, visible only to this process (and threads it starts later), and
-// makes it read-only once `prepare` has filled it. Empty when done; otherwise why not.
-template <typename Prepare>
-std::string MountReadOnlyTmpfs(const std::string& path, Prepare prepare)
-{
-    if (VantrelTest::CountThreads() != 1)
-    {
-        return "threads started before the mount would not see it";
-    }
-    if (::unshare(CLONE_NEWNS) != 0 || ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-    {
-        return std::string("private mount namespace: ") + std::strerror(errno);
-    }
-    if (::mount("tmpfs", path.c_str(), "tmpfs", 0, "size=64k") != 0)
-    {
-        return std::string("mount tmpfs: ") + std::strerror(errno);
-    }
-    prepare();
-    if (::mount(nullptr, path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) != 0)
-    {
-        return std::string("remount read-only: ") + std::strerror(errno);
-    }
-    return std::string();
-}
-
-} // namespace
 
 class TftpHostileInputTest : public TftpServerTest
 {
@@ -143,7 +114,7 @@ TEST_F(TftpHostileInputTest, ReadOnlyFolderRefusesUploadsAndStillServesDownloads
 {
     TempDirectory readOnly;
     const std::string reason =
-        MountReadOnlyTmpfs(readOnly.Path(), [&] { WriteFile(readOnly / "present.bin", PatternBytes(600, 5)); });
+        MountPrivateTmpfs(readOnly.Path(), [&] { WriteFile(readOnly / "present.bin", PatternBytes(600, 5)); });
     if (!reason.empty())
     {
         GTEST_SKIP() << "needs a private read-only tmpfs: " << reason;

@@ -4,7 +4,7 @@
 // gives back its threads and descriptors once the sessions have aged out.
 #include "VantrelBase/Net/Tftp/TftpServer.hpp"
 
-#include "../VantrelBase/Net/Information/PeerNamespace.hpp"
+#include "Support/PeerNamespace.hpp"
 #include "Qib/System/Commons/Threading/Thread.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"

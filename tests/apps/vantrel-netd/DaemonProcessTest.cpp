@@ -331,7 +331,7 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
         {true, "b.0", 2, "Reload: bootp: 1 host added, boot file changed; tftp unchanged"},
         {false, "a.0", 1, "Reload: bootp unchanged; tftp: write changed"},
     };
-    const std::string image = VantrelTest::Tftp::PatternBytes(1 << 20);
+    const std::string image = VantrelTest::PatternBytes(1 << 20);
     Write(root / "boot" / "big.bin", image);
     for (const Case& item : cases)
     {
@@ -377,8 +377,8 @@ TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
     for (const int during : {0, SIGHUP, SIGTERM})
     {
         auto daemon = StartDaemon({"--config", Config(stalled).string()});
-        VantrelTest::Tftp::UdpClient client;
-        client.Send(VantrelTest::Tftp::Request(1, "image.bin"));
+        VantrelTest::UdpClient client;
+        client.Send(VantrelTest::Request(1, "image.bin"));
         ASSERT_TRUE(client.Receive().has_value());
         Config("[tftp]\ntimeout = 2\nretries = 5\n[[tftp.home]]\npath = \"boot\"\n");
         daemon->Signal(SIGHUP);

@@ -2,7 +2,7 @@
 // with BOOTP on, stalled sessions, stale uploads and deployments the library would quietly fail in.
 #include "DaemonProcess.hpp"
 
-#include "../../VantrelBase/Net/Information/PeerNamespace.hpp"
+#include "Support/PeerNamespace.hpp"
 #include "../../VantrelBase/Net/Tftp/TftpTestSupport.hpp"
 #include "Support/NetworkNamespace.hpp"
 
@@ -19,7 +19,7 @@
 #include <thread>
 
 using VantrelTest::DaemonProcess;
-using VantrelTest::Tftp::UdpClient;
+using VantrelTest::UdpClient;
 namespace fs = std::filesystem;
 
 namespace
@@ -123,7 +123,7 @@ TEST_P(HostilePathTest, NothingOutsideTheHomesIsReadOrWritten)
     for (const std::string& name : reads)
     {
         UdpClient client;
-        client.Send(VantrelTest::Tftp::Request(1, name));
+        client.Send(VantrelTest::Request(1, name));
         const auto reply = client.Receive(std::chrono::milliseconds(2000));
         ASSERT_TRUE(reply.has_value()) << "no reply to a read of " << name.substr(0, 80);
         EXPECT_EQ(reply->raw.find("SECRET"), std::string::npos) << name.substr(0, 80);
@@ -217,7 +217,7 @@ TEST_F(DaemonSafetyTest, StalledReadRequestsEndWithinTheTimeOutByDefault)
     for (int index = 0; index < Requests; ++index)
     {
         clients.push_back(std::make_unique<UdpClient>());
-        clients.back()->Send(VantrelTest::Tftp::Request(1, "image.bin"));
+        clients.back()->Send(VantrelTest::Request(1, "image.bin"));
     }
     const auto sent = std::chrono::steady_clock::now();
     const auto deadline = sent + std::chrono::seconds(Timeout + 4);

@@ -2,8 +2,8 @@
 // namespace behind a veth pair, sending crafted requests and receiving the broadcast replies.
 #include "VantrelBase/Net/Bootp/BootpServer.hpp"
 
-#include "../Information/PeerNamespace.hpp"
-#include "BootpRequest.hpp"
+#include "Support/PeerNamespace.hpp"
+#include "Support/BootpRequest.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
 #include "Support/ProcessStatus.hpp"

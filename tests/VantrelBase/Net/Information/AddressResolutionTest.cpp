@@ -1,7 +1,7 @@
 // Tests of the ARP table lookups against the kernel's table of the test's private namespace.
 #include "VantrelBase/Net/Information/AddressResolution.hpp"
 
-#include "PeerNamespace.hpp"
+#include "Support/PeerNamespace.hpp"
 #include "Support/NetworkNamespace.hpp"
 
 #include <gtest/gtest.h>

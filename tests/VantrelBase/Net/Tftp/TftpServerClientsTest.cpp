@@ -14,6 +14,7 @@
 namespace
 {
 
+using namespace VantrelTest;
 using namespace VantrelTest::Tftp;
 
 struct Outcome

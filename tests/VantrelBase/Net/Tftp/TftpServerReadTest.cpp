@@ -15,6 +15,7 @@
 namespace
 {
 
+using namespace VantrelTest;
 using namespace VantrelTest::Tftp;
 using namespace std::chrono_literals;
 

@@ -18,6 +18,7 @@
 namespace
 {
 
+using namespace VantrelTest;
 using namespace VantrelTest::Tftp;
 using namespace std::chrono_literals;
 using Qib::System::Commons::Net::IpAddress;

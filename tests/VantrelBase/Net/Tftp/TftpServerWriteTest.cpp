@@ -3,11 +3,12 @@
 
 #include "TftpTestSupport.hpp"
 
+#include "Support/PrivateTmpfs.hpp"
 #include "Support/ProcessStatus.hpp"
 
 #include <gtest/gtest.h>
 
-#include <sched.h>
+
 #include <sys/mount.h>
 
 #include <cerrno>
@@ -19,6 +20,7 @@
 namespace
 {
 
+using namespace VantrelTest;
 using namespace VantrelTest::Tftp;
 using namespace std::chrono_literals;
 
@@ -240,32 +242,10 @@ TEST_F(TftpServerTest, UploadBeyondTheBlockCounterNeverCompletes)
     EXPECT_FALSE(Exists(home / "wrap.bin.part"));
 }
 
-// Mounts a 64 KiB tmpfs on `path`, visible only to this process and the threads it starts later.
-std::string MountSmallTmpfs(const std::string& path)
-{
-    if (VantrelTest::CountThreads() != 1)
-    {
-        return "threads started before the mount would not see it";
-    }
-    if (::unshare(CLONE_NEWNS) != 0)
-    {
-        return std::string("unshare(CLONE_NEWNS): ") + std::strerror(errno);
-    }
-    if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-    {
-        return std::string("making / private: ") + std::strerror(errno);
-    }
-    if (::mount("tmpfs", path.c_str(), "tmpfs", 0, "size=64k") != 0)
-    {
-        return std::string("mount tmpfs: ") + std::strerror(errno);
-    }
-    return std::string();
-}
-
 TEST_F(TftpServerTest, FullDiskEndsTheUploadWithoutATarget)
 {
     TempDirectory small;
-    const std::string reason = MountSmallTmpfs(small.Path());
+    const std::string reason = MountPrivateTmpfs(small.Path());
     if (!reason.empty())
     {
         GTEST_SKIP() << "needs a private tmpfs: " << reason;

@@ -1,0 +1,192 @@
+#include "UdpClient.hpp"
+
+#include "TftpDatagrams.hpp"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <mutex>
+#include <set>
+#include <stdexcept>
+
+namespace VantrelTest
+{
+
+namespace
+{
+
+std::mutex portsLock;
+std::set<int> portsGiven;
+
+// A datagram socket bound to `address` on a port the kernel chooses, and that port; -1 on failure.
+int BindAnyPort(const std::string& address, int& port)
+{
+    const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    ::inet_pton(AF_INET, address.c_str(), &local.sin_addr);
+    socklen_t length = sizeof(local);
+    if (descriptor < 0 || ::bind(descriptor, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0 ||
+        ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&local), &length) != 0)
+    {
+        if (descriptor >= 0)
+        {
+            ::close(descriptor);
+        }
+        return -1;
+    }
+    port = ntohs(local.sin_port);
+    return descriptor;
+}
+
+} // namespace
+
+UdpClient::UdpClient(const std::string& address) : address(address)
+{
+    std::lock_guard<std::mutex> guard(portsLock);
+    // A port given out before is held open while the kernel offers another.
+    std::vector<int> held;
+    for (int attempt = 0; attempt < 64 && descriptor < 0; ++attempt)
+    {
+        const int candidate = BindAnyPort(address, port);
+        if (candidate < 0)
+        {
+            break;
+        }
+        if (portsGiven.insert(port).second)
+        {
+            descriptor = candidate;
+        }
+        else
+        {
+            held.push_back(candidate);
+        }
+    }
+    for (const int unused : held)
+    {
+        ::close(unused);
+    }
+    if (descriptor < 0)
+    {
+        throw std::runtime_error("cannot bind a client socket to " + address);
+    }
+}
+
+UdpClient::~UdpClient()
+{
+    ::close(descriptor);
+}
+
+std::string UdpClient::Name() const
+{
+    return address + ":" + std::to_string(port);
+}
+
+void UdpClient::Send(const std::string& datagram)
+{
+    sockaddr_in server{};
+    server.sin_family = AF_INET;
+    server.sin_port = htons(69);
+    server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::sendto(descriptor, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&server),
+                 sizeof(server)) != static_cast<ssize_t>(datagram.size()))
+    {
+        throw std::runtime_error("sendto failed");
+    }
+}
+
+std::optional<Reply> UdpClient::Receive(std::chrono::milliseconds timeout)
+{
+    pollfd ready{descriptor, POLLIN, 0};
+    if (::poll(&ready, 1, static_cast<int>(timeout.count())) != 1)
+    {
+        return std::nullopt;
+    }
+    std::string buffer(65536, '\0');
+    sockaddr_in source{};
+    socklen_t length = sizeof(source);
+    const ssize_t received =
+        ::recvfrom(descriptor, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&source), &length);
+    if (received < 0)
+    {
+        return std::nullopt;
+    }
+    // Every reply must come from the server's port.
+    EXPECT_EQ(ntohs(source.sin_port), 69);
+    buffer.resize(static_cast<std::size_t>(received));
+    Reply reply;
+    reply.raw = buffer;
+    if (buffer.size() >= 2)
+    {
+        reply.opCode = WordAt(buffer, 0);
+    }
+    if (buffer.size() >= 4)
+    {
+        reply.number = WordAt(buffer, 2);
+        reply.body = buffer.substr(4);
+        if (reply.opCode == 5 && !reply.body.empty() && reply.body.back() == '\0')
+        {
+            reply.body.pop_back();
+        }
+    }
+    return reply;
+}
+
+std::optional<std::string> UdpClient::Download(const std::string& name, std::vector<std::size_t>* blocks)
+{
+    Send(Request(1, name));
+    std::string contents;
+    // Bounded: far more blocks than any test file holds.
+    for (std::uint32_t block = 1; block < 100000; ++block)
+    {
+        const auto reply = Receive();
+        if (!reply || reply->opCode != 3 || reply->number != static_cast<std::uint16_t>(block))
+        {
+            return std::nullopt;
+        }
+        contents += reply->body;
+        if (blocks != nullptr)
+        {
+            blocks->push_back(reply->body.size());
+        }
+        if (reply->body.size() < 512)
+        {
+            return contents;
+        }
+        Send(Ack(static_cast<std::uint16_t>(block)));
+    }
+    return std::nullopt;
+}
+
+bool UdpClient::Upload(const std::string& name, const std::string& contents)
+{
+    Send(Request(2, name));
+    auto reply = Receive();
+    if (!reply || reply->opCode != 4 || reply->number != 0)
+    {
+        return false;
+    }
+    std::size_t offset = 0;
+    for (std::uint32_t block = 1;; ++block)
+    {
+        const std::string payload = contents.substr(offset, 512);
+        offset += payload.size();
+        Send(Data(static_cast<std::uint16_t>(block), payload));
+        reply = Receive();
+        if (!reply || reply->opCode != 4 || reply->number != static_cast<std::uint16_t>(block))
+        {
+            return false;
+        }
+        if (payload.size() < 512)
+        {
+            return true;
+        }
+    }
+}
+
+} // namespace VantrelTest
