@@ -3,6 +3,7 @@
 
 #include "System/Commons/Io/TemporaryFolder.hpp"
 #include "Support/ExceptionMessage.hpp"
+#include "Support/JoinLimit.hpp"
 
 #include "Qib/Exception.hpp"
 #include "Qib/System/Commons/Io/Directory.hpp"
@@ -164,6 +165,8 @@ TEST(DirectoryTest, DeepPathOnASmallStackIsCreatedUpToThePathLimitAndRefusedBeyo
     }
     const std::string tooDeep = deep + "/d";
     std::string refused;
+    // Two thousand folders take seconds on a loaded machine with sanitizers: the join must wait.
+    const VantrelTest::JoinLimit patient(60000);
     Thread thread(ThreadSettings("Deep", 0, 0, 128 * 1024), [&](void*) {
         Directory::Create(deep, true);
         refused = ErrorOf([&] { Directory::Create(tooDeep, true); });
