@@ -306,41 +306,7 @@ TEST_F(BootpServerNetworkTest, UnansweredDatagramsSendNothing)
     EXPECT_EQ(capture.Count("Assign 10.77.1.10 to 00:11:22:33:44:55"), 1U);
 }
 
-TEST_F(BootpServerNetworkTest, LogsEachStepInOrderAtItsLevel)
-{
-    auto& server = StartServer();
-    ASSERT_TRUE(Ask(21));
-    // A generous join limit: on a loaded machine the loop must still end by itself, not by termination.
-    const unsigned long joinLimit = Thread::GetJoinLimit();
-    Thread::SetJoinLimit(30000);
-    server.Stop();
-    Thread::SetJoinLimit(joinLimit);
-
-    const auto records = capture.Records();
-    std::size_t position = 0;
-    // Deliberately printed as a plain number after the point: 16 ms shows as "0.16000s".
-    const std::pair<std::string, int> expected[] = {
-        {"Attempt to start server 0.0.0.0:67", 6}, {"Setting up server", 6},
-        {"Server listening on socket #", 6},       {"Waiting for packet (timeout: 0.16000s)", 7},
-        {"Reading packet", 7},                     {"Verify packet", 7},
-        {"Assign 10.77.1.10 to 00:11:22:33:44:55", 6}, {"Attempt to stop server 0.0.0.0:67", 6},
-        {"Closing network connections", 6},
-    };
-    for (const auto& [message, level] : expected)
-    {
-        while (position < records.size() && records[position].Message.rfind(message, 0) != 0)
-        {
-            ++position;
-        }
-        ASSERT_LT(position, records.size()) << "missing or out of order: " << message;
-        EXPECT_EQ(records[position].Level, level) << message;
-        EXPECT_EQ(records[position].LoggerName, "VantrelBase.Net.Bootp.BootpServer") << message;
-    }
-    EXPECT_EQ(capture.Count("Attempt to stop server 0.0.0.0:67 asynchronously"), 0U);
-    EXPECT_FALSE(server.IsRunning());
-}
-
-TEST_F(BootpServerNetworkTest, CallbacksRunOnTheServerThreadWithCopies)
+TEST_F(BootpServerNetworkTest, CallbacksRunOnTheServerThreadWithCopiesAndEachStepIsLogged)
 {
     std::mutex lock;
     std::vector<std::string> calls;
@@ -368,13 +334,39 @@ TEST_F(BootpServerNetworkTest, CallbacksRunOnTheServerThreadWithCopies)
     ASSERT_TRUE(WaitForListening());
     ASSERT_TRUE(Ask(31));
     ASSERT_TRUE(Ask(32));
+    // A generous join limit: on a loaded machine the loop must still end by itself, not by termination.
+    const unsigned long joinLimit = Thread::GetJoinLimit();
+    Thread::SetJoinLimit(30000);
     server.Stop();
-
-    // Stop from another thread returns once the stopped callbacks have run.
-    const std::string assigned = "assigned 00:11:22:33:44:55 10.77.1.10";
-    const std::string then = "then 00:11:22:33:44:55 10.77.1.10";
-    std::lock_guard<std::mutex> guard(lock);
-    EXPECT_EQ(calls, (std::vector<std::string>{"started", assigned, then, assigned, then, "stopped"}));
+    Thread::SetJoinLimit(joinLimit);
+    {
+        // Stop from another thread returns once the stopped callbacks have run.
+        const std::string assigned = "assigned 00:11:22:33:44:55 10.77.1.10";
+        const std::string then = "then 00:11:22:33:44:55 10.77.1.10";
+        std::lock_guard<std::mutex> guard(lock);
+        EXPECT_EQ(calls, (std::vector<std::string>{"started", assigned, then, assigned, then, "stopped"}));
+    }
+    // Deliberately printed as a plain number after the point: 16 ms shows as "0.16000s".
+    const std::pair<std::string, int> expected[] = {
+        {"Attempt to start server 0.0.0.0:67", 6}, {"Setting up server", 6},
+        {"Server listening on socket #", 6},       {"Waiting for packet (timeout: 0.16000s)", 7},
+        {"Reading packet", 7},                     {"Verify packet", 7},
+        {"Assign 10.77.1.10 to 00:11:22:33:44:55", 6}, {"Attempt to stop server 0.0.0.0:67", 6},
+        {"Closing network connections", 6},
+    };
+    const auto records = capture.Records();
+    std::size_t position = 0;
+    for (const auto& [message, level] : expected)
+    {
+        while (position < records.size() && records[position].Message.rfind(message, 0) != 0)
+        {
+            ++position;
+        }
+        ASSERT_LT(position, records.size()) << "missing or out of order: " << message;
+        EXPECT_EQ(records[position].Level, level) << message;
+        EXPECT_EQ(records[position].LoggerName, "VantrelBase.Net.Bootp.BootpServer") << message;
+    }
+    EXPECT_EQ(capture.Count("Attempt to stop server 0.0.0.0:67 asynchronously"), 0U);
 }
 
 TEST_F(BootpServerNetworkTest, StopFromCallbackEndsTheLoopAndServerCanRestart)
