@@ -9,7 +9,6 @@
 #include "Support/NetworkNamespace.hpp"
 #include "Support/PeerNamespace.hpp"
 #include "Support/ProcessStatus.hpp"
-#include "TestableBootpServer.hpp"
 
 #include <gtest/gtest.h>
 
@@ -17,11 +16,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 using Qib::System::Commons::InvalidFormatException;
@@ -32,10 +33,20 @@ using VantrelBase::Net::Bootp::BootpServer;
 using VantrelBase::Net::Bootp::Configuration::BootpServerSettings;
 using VantrelTest::Bytes;
 using VantrelTest::MakeRequest;
-using VantrelTest::TestableBootpServer;
 
 namespace
 {
+
+// Opens the server's protected parts to its tests.
+class TestableBootpServer : public BootpServer
+{
+public:
+    using BootpServer::BootpServer;
+    using BootpServer::Buffer;
+    using BootpServer::BuildReply;
+    using BootpServer::FormatHardware;
+    using BootpServer::TryGetIpConfiguration;
+};
 
 const MacAddress KnownDevice(0x00, 0x11, 0x22, 0x33, 0x44, 0x55);
 
@@ -393,6 +404,25 @@ TEST_F(BootpServerNetworkTest, StopFromCallbackEndsTheLoopAndServerCanRestart)
     server.Stop();
     EXPECT_EQ(stopped.load(), 2);
     EXPECT_EQ(capture.IndexOf("Cannot allocate socket"), -1);
+}
+
+TEST_F(BootpServerNetworkTest, StopTerminatesALoopStuckInACallbackAfterTheJoinLimit)
+{
+    std::atomic<int> stopped{0};
+    auto& server = MakeServer();
+    server.assignedCallbacks.push_back([](BootpServer&, MacAddress&, IpAddress&) {
+        std::this_thread::sleep_for(std::chrono::seconds(10)); // a cancellation point
+    });
+    server.stoppedCallbacks.push_back([&](BootpServer&) { ++stopped; });
+    server.Start();
+    ASSERT_TRUE(WaitForListening());
+    ASSERT_TRUE(Ask(91));
+    const unsigned long joinLimit = Thread::GetJoinLimit();
+    Thread::SetJoinLimit(100);
+    server.Stop();
+    Thread::SetJoinLimit(joinLimit);
+    EXPECT_FALSE(server.IsRunning());
+    EXPECT_EQ(stopped.load(), 0) << "terminated, the loop never reached its end";
 }
 
 TEST_F(BootpServerNetworkTest, StartOnRunningServerStopsItFirst)
