@@ -39,8 +39,6 @@ public:
     std::optional<Datagram> Receive(std::chrono::milliseconds limit = std::chrono::seconds(5)) const;
 
 private:
-    void Open(std::uint16_t port);
-
     int descriptor = -1;
 };
 
