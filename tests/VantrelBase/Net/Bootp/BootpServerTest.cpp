@@ -150,29 +150,21 @@ protected:
         ASSERT_TRUE(client->Ready());
     }
 
-    void TearDown() override
+    // Without settings, a server answering the known device with 10.77.1.10, boot server 10.77.1.1 and
+    // boot file "b".
+    TestableBootpServer& MakeServer(BootpServerSettings* settings = nullptr)
     {
-        servers.clear();
-        client.reset();
-        peer.reset();
-    }
-
-    // A server answering the known device with 10.77.1.10, boot server 10.77.1.1 and boot file "b".
-    TestableBootpServer& MakeServer()
-    {
-        servers.push_back(std::make_unique<TestableBootpServer>(KnownDevice.ToString(), "10.77.1.10"));
-        servers.back()->SetBootserver("10.77.1.1");
-        servers.back()->SetBootfile("b");
+        BootpServerSettings standard;
+        standard.ipConfigurations[KnownDevice] = Ip("10.77.1.10");
+        standard.bootserver = Ip("10.77.1.1");
+        standard.bootfile = "b";
+        servers.push_back(std::make_unique<TestableBootpServer>(settings != nullptr ? *settings : standard));
         return *servers.back();
     }
 
     TestableBootpServer& StartServer(BootpServerSettings* settings = nullptr)
     {
-        if (settings != nullptr)
-        {
-            servers.push_back(std::make_unique<TestableBootpServer>(*settings));
-        }
-        TestableBootpServer& server = settings != nullptr ? *servers.back() : MakeServer();
+        TestableBootpServer& server = MakeServer(settings);
         server.Start();
         EXPECT_TRUE(WaitForListening());
         return server;
@@ -193,11 +185,7 @@ protected:
     // Sends the known device's request and receives the reply, checking it answers `xid`.
     std::optional<VantrelTest::Datagram> Ask(std::uint32_t xid, std::size_t size = 300)
     {
-        if (!Send(MakeRequest(xid, KnownDevice, size)))
-        {
-            ADD_FAILURE() << "cannot send " << xid;
-            return std::nullopt;
-        }
+        EXPECT_TRUE(Send(MakeRequest(xid, KnownDevice, size)));
         return ReplyTo(xid);
     }
 
@@ -212,6 +200,7 @@ protected:
         return reply;
     }
 
+    // Destroyed in reverse: servers first, the namespace last.
     VantrelTest::LogCapture capture;
     std::unique_ptr<VantrelTest::PeerNamespace> peer;
     std::unique_ptr<VantrelTest::BootpEndpoint> client;
@@ -475,8 +464,7 @@ TEST_F(BootpServerNetworkTest, RealBootpClientReceivesItsAddress)
     settings.bootserver = Ip("10.77.1.1");
     settings.bootfile = "vantrel.img";
     std::atomic<int> assigned{0};
-    servers.push_back(std::make_unique<TestableBootpServer>(settings));
-    auto& server = *servers.back();
+    auto& server = MakeServer(&settings);
     server.assignedCallbacks.push_back([&](BootpServer&, MacAddress& hardware, IpAddress& address) {
         assigned += hardware == peerDevice && address == Ip("10.77.1.20") ? 1 : 0;
     });
