@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -105,6 +106,15 @@ void SendWithoutPrivilege()
     }
     const Ping::Result result = Ping::Send("127.0.0.1", 0, 1);
     std::fprintf(stderr, "value %d status %d", static_cast<int>(result.value), static_cast<int>(result.status));
+    std::_Exit(0);
+}
+
+// Runs in a death-test child: with standard input closed, the raw socket becomes descriptor 0.
+void SendWithStandardInputClosed()
+{
+    ::close(0);
+    Ping::Send("127.0.0.1", 0, 1);
+    std::fprintf(stderr, "descriptor 0 %s", ::fcntl(0, F_GETFD) == -1 ? "closed" : "open");
     std::_Exit(0);
 }
 
@@ -245,6 +255,12 @@ TEST(PingTest, WithoutRawSocketPrivilegeIsStatus11004)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     EXPECT_EXIT(SendWithoutPrivilege(), testing::ExitedWithCode(0), "value 0 status 11004");
+}
+
+TEST(PingTest, RawSocketIsClosedEvenAsDescriptorZero)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    EXPECT_EXIT(SendWithStandardInputClosed(), testing::ExitedWithCode(0), "descriptor 0 closed");
 }
 
 TEST(PingTest, CountZeroEndsTheProcessWithIllegalInstruction)
