@@ -3,70 +3,38 @@
 // neither crashes it nor keeps a known device from its answer nor slows its stop down to a kill.
 #include "VantrelBase/Net/Bootp/BootpServer.hpp"
 
-#include "Support/BootpRequest.hpp"
-#include "Support/PeerNamespace.hpp"
+#include "Support/BootpEndpoint.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
+#include "Support/PeerNamespace.hpp"
 #include "Support/ProcessStatus.hpp"
 
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <random>
 #include <set>
 #include <thread>
-#include <vector>
 
 using Qib::System::Commons::Net::IpAddress;
 using VantrelBase::Net::MacAddress;
 using VantrelBase::Net::Bootp::BootpServer;
 using VantrelBase::Net::Bootp::Configuration::BootpServerSettings;
+using VantrelTest::BootpEndpoint;
 using VantrelTest::Bytes;
 using VantrelTest::MakeRequest;
-using VantrelTest::Xid;
 
 namespace
 {
 
 using Clock = std::chrono::steady_clock;
-
-// A UDP socket; bound to `port` on any address when `port` is not 0.
-int OpenSocket(int port)
-{
-    const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const int on = 1;
-    ::setsockopt(descriptor, SOL_SOCKET, SO_BROADCAST, &on, sizeof(on));
-    if (port != 0)
-    {
-        sockaddr_in local{};
-        local.sin_family = AF_INET;
-        local.sin_port = htons(static_cast<std::uint16_t>(port));
-        if (::bind(descriptor, reinterpret_cast<const sockaddr*>(&local), sizeof(local)) != 0)
-        {
-            ::close(descriptor);
-            return -1;
-        }
-    }
-    return descriptor;
-}
-
-void SendTo(int descriptor, const Bytes& message, const char* address, int port)
-{
-    sockaddr_in server{};
-    server.sin_family = AF_INET;
-    server.sin_port = htons(static_cast<std::uint16_t>(port));
-    server.sin_addr.s_addr = inet_addr(address);
-    ::sendto(descriptor, message.data(), message.size(), 0, reinterpret_cast<const sockaddr*>(&server), sizeof(server));
-}
 
 // Devices whose addresses differ in the last byte only: among them MacAddress's ordering is a proper
 // one, so the table finds every entry.
@@ -79,6 +47,43 @@ IpAddress KnownAddress(std::size_t index)
 {
     return IpAddress(htonl(0x0A4D2864U + static_cast<std::uint32_t>(index))); // 10.77.40.100 + index
 }
+
+// A server answering the first `devices` known devices, bound to `address`:`port`, counting its
+// callbacks.
+struct CountingServer
+{
+    CountingServer(std::size_t devices, const char* address, std::uint16_t port)
+    {
+        settings.localAddress = IpAddress::Parse(address);
+        settings.localPort = port;
+        for (std::size_t i = 0; i < devices; ++i)
+        {
+            settings.ipConfigurations.insert({KnownDevice(i), KnownAddress(i)});
+        }
+        server = std::make_unique<BootpServer>(settings);
+        server->startedCallbacks.push_back([this](BootpServer&) { ++started; });
+        server->stoppedCallbacks.push_back([this](BootpServer&) { ++stopped; });
+        server->assignedCallbacks.push_back([this](BootpServer&, MacAddress&, IpAddress&) { ++assigned; });
+    }
+
+    bool StartAndWait()
+    {
+        const int before = started;
+        server->Start();
+        const auto deadline = Clock::now() + std::chrono::seconds(5);
+        while (started == before && Clock::now() < deadline)
+        {
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        return started > before;
+    }
+
+    BootpServerSettings settings;
+    std::unique_ptr<BootpServer> server;
+    std::atomic<int> started{0};
+    std::atomic<int> stopped{0};
+    std::atomic<int> assigned{0};
+};
 
 // Anything but an answerable request of a known device: unknown devices, replies, other hardware
 // types, every hlen but 6, and datagrams of any length from empty to oversized.
@@ -108,12 +113,9 @@ Bytes Hostile(std::mt19937& random, std::uint32_t xid)
     case 4: // oversized: more than the server's 700-byte buffer
         message.resize(700 + random() % 800, static_cast<std::uint8_t>(random()));
         break;
-    default: // random bytes of random length
+    default: // random bytes of random length, never an Ethernet request
         message.resize(random() % 700);
-        for (auto& byte : message)
-        {
-            byte = static_cast<std::uint8_t>(random());
-        }
+        std::generate(message.begin(), message.end(), [&] { return static_cast<std::uint8_t>(random()); });
         if (message.size() > 2 && message[0] == 1 && message[1] == 1 && message[2] == 6)
         {
             message[0] = 3;
@@ -123,75 +125,69 @@ Bytes Hostile(std::mt19937& random, std::uint32_t xid)
     return message;
 }
 
+// True when `reply` answers known device `xid` with its address.
+bool AnswersKnownDevice(const Bytes& reply, std::size_t devices)
+{
+    if (reply.size() != 300)
+    {
+        return false;
+    }
+    const std::uint32_t xid = VantrelTest::Xid(reply);
+    std::uint32_t yiaddr = 0;
+    std::memcpy(&yiaddr, &reply[16], sizeof(yiaddr));
+    const MacAddress device = KnownDevice(xid);
+    return xid < devices && reply[0] == 2 && yiaddr == KnownAddress(xid).GetValue() &&
+           std::equal(device.bytes.begin(), device.bytes.end(), reply.begin() + 28);
+}
+
 } // namespace
 
 TEST(BootpServerReliabilityTest, StartAndStopTwoHundredTimesWithTrafficInFlightLeavesNothingBehind)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     VantrelTest::LogCapture logs(3);
-    BootpServerSettings settings;
-    settings.localAddress = IpAddress::Parse("127.0.0.1");
-    settings.localPort = 6767;
-    settings.ipConfigurations.insert({KnownDevice(0), KnownAddress(0)});
-    BootpServer server(settings);
-    std::atomic<int> started{0};
-    std::atomic<int> stopped{0};
-    std::atomic<int> assigned{0};
-    server.startedCallbacks.push_back([&](BootpServer&) { ++started; });
-    server.stoppedCallbacks.push_back([&](BootpServer&) { ++stopped; });
-    server.assignedCallbacks.push_back([&](BootpServer&, MacAddress&, IpAddress&) { ++assigned; });
+    CountingServer counting(1, "127.0.0.1", 6767);
 
     // Known requests and junk, sent without pause for as long as the cycles last (bounded).
-    const int descriptor = OpenSocket(0);
+    const BootpEndpoint sender;
+    ASSERT_TRUE(sender.Ready());
     std::atomic<bool> sending{true};
-    std::thread sender([&] {
+    std::thread traffic([&] {
         std::mt19937 random(7);
         const auto deadline = Clock::now() + std::chrono::seconds(90);
         for (std::uint32_t i = 0; sending && Clock::now() < deadline; ++i)
         {
-            SendTo(descriptor, i % 2 == 0 ? MakeRequest(i, KnownDevice(0)) : Hostile(random, i), "127.0.0.1", 6767);
+            sender.Send(i % 2 == 0 ? MakeRequest(i, KnownDevice(0)) : Hostile(random, i), "127.0.0.1", 6767);
             std::this_thread::sleep_for(std::chrono::microseconds(200));
         }
     });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     const std::size_t threadsBefore = VantrelTest::CountThreads();
     const std::size_t descriptorsBefore = VantrelTest::CountOpenDescriptors();
 
     constexpr int Cycles = 200;
     for (int cycle = 0; cycle < Cycles; ++cycle)
     {
-        server.Start();
-        const auto deadline = Clock::now() + std::chrono::seconds(5);
-        while (started.load() <= cycle && Clock::now() < deadline)
-        {
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        }
-        ASSERT_EQ(started.load(), cycle + 1) << "cycle " << cycle << " never listened";
+        ASSERT_TRUE(counting.StartAndWait()) << "cycle " << cycle << " never listened";
         // Let a few datagrams arrive, so that the stop meets a server at work.
         std::this_thread::sleep_for(std::chrono::milliseconds(cycle % 3));
-        server.Stop();
-        ASSERT_FALSE(server.IsRunning());
+        counting.server->Stop();
+        ASSERT_FALSE(counting.server->IsRunning());
     }
     sending = false;
-    sender.join();
+    traffic.join();
 
-    const std::size_t threadsAfter = VantrelTest::WaitForThreadCount(threadsBefore - 1);
-    const std::size_t descriptorsAfter = VantrelTest::CountOpenDescriptors();
-    ::close(descriptor);
-    std::cout << "BOOTP start/stop cycles: " << Cycles << ", replies built: " << assigned.load()
-              << ", threads before/after: " << threadsBefore << "/" << threadsAfter + 1
-              << ", descriptors before/after: " << descriptorsBefore << "/" << descriptorsAfter << std::endl;
-    ::testing::Test::RecordProperty("cycles", Cycles);
-    ::testing::Test::RecordProperty("replies", assigned.load());
-    ::testing::Test::RecordProperty("leakedThreads", static_cast<int>(threadsAfter + 1) - static_cast<int>(threadsBefore));
-    ::testing::Test::RecordProperty("leakedDescriptors",
-                                    static_cast<int>(descriptorsAfter) - static_cast<int>(descriptorsBefore));
     // The sender thread has ended since the first count.
-    EXPECT_EQ(threadsAfter, threadsBefore - 1);
+    const std::size_t threadsAfter = VantrelTest::WaitForThreadCount(threadsBefore - 1) + 1;
+    const std::size_t descriptorsAfter = VantrelTest::CountOpenDescriptors();
+    std::cout << "BOOTP start/stop cycles: " << Cycles << ", replies built: " << counting.assigned
+              << ", threads before/after: " << threadsBefore << "/" << threadsAfter
+              << ", descriptors before/after: " << descriptorsBefore << "/" << descriptorsAfter << std::endl;
+    ::testing::Test::RecordProperty("replies", counting.assigned.load());
+    EXPECT_EQ(threadsAfter, threadsBefore);
     EXPECT_EQ(descriptorsAfter, descriptorsBefore);
     // Every stop ended the loop by its flag: the stopped callbacks ran, no thread was killed.
-    EXPECT_EQ(stopped.load(), Cycles);
-    EXPECT_GT(assigned.load(), 0) << "no request was ever handled: the traffic was not in flight";
+    EXPECT_EQ(counting.stopped.load(), Cycles);
+    EXPECT_GT(counting.assigned.load(), 0) << "no request was ever handled: the traffic was not in flight";
     EXPECT_FALSE(logs.Contains("Cannot allocate socket"));
 }
 
@@ -203,44 +199,23 @@ TEST(BootpServerReliabilityTest, FloodOfHostileRequestsStillAnswersEveryKnownDev
     // The limited broadcast of the replies leads over the veth pair only.
     ASSERT_EQ(VantrelTest::Shell("ip route add 255.255.255.255/32 dev rflood0"), 0);
     VantrelTest::LogCapture logs(3);
-
     constexpr std::size_t Devices = 8;
-    BootpServerSettings settings;
-    settings.localAddress = IpAddress::Parse("10.77.40.1");
-    for (std::size_t i = 0; i < Devices; ++i)
-    {
-        settings.ipConfigurations.insert({KnownDevice(i), KnownAddress(i)});
-    }
-    BootpServer server(settings);
-    server.SetBootfile("boot.bin");
-    std::atomic<int> stopped{0};
-    std::atomic<int> started{0};
-    server.startedCallbacks.push_back([&](BootpServer&) { ++started; });
-    server.stoppedCallbacks.push_back([&](BootpServer&) { ++stopped; });
-    server.Start();
-    for (int i = 0; i < 500 && started == 0; ++i)
-    {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ASSERT_EQ(started.load(), 1);
+    CountingServer counting(Devices, "10.77.40.1", 67);
+    counting.server->SetBootfile("boot.bin");
+    ASSERT_TRUE(counting.StartAndWait());
 
-    // A socket made inside the peer namespace stays there. The flood goes out through it too, so
-    // that an answer to the flood would arrive where it is looked for.
-    int client = -1;
-    ASSERT_TRUE(peer.Within([&] { client = OpenSocket(68); }));
-    ASSERT_GE(client, 0);
-
-    constexpr std::uint32_t FloodXid = 0xF1000000U;
-    std::atomic<bool> flooding{true};
+    // The flood goes out through the known devices' socket too, so that an answer to the flood would
+    // arrive where answers are looked for.
+    const BootpEndpoint client(68, &peer);
+    ASSERT_TRUE(client.Ready());
     std::atomic<std::size_t> floodSent{0};
     std::thread flood([&] {
         std::mt19937 random(11);
         const auto deadline = Clock::now() + std::chrono::seconds(20);
-        for (std::uint32_t i = 0; i < 30000 && flooding && Clock::now() < deadline; ++i)
+        for (std::uint32_t i = 0; i < 30000 && Clock::now() < deadline; ++i)
         {
-            SendTo(client, Hostile(random, FloodXid + i), "10.77.40.1", 67);
-            ++floodSent;
-            if (i % 64 == 63)
+            client.Send(Hostile(random, 0xF1000000U + i), "10.77.40.1");
+            if (++floodSent % 64 == 0)
             {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
@@ -255,7 +230,6 @@ TEST(BootpServerReliabilityTest, FloodOfHostileRequestsStillAnswersEveryKnownDev
     }
     std::set<std::size_t> answered;
     std::size_t wrongReplies = 0;
-    std::size_t requests = 0;
     std::size_t floodAtLastAnswer = 0;
     const auto deadline = Clock::now() + std::chrono::seconds(30);
     while (answered.size() < Devices && Clock::now() < deadline)
@@ -264,36 +238,18 @@ TEST(BootpServerReliabilityTest, FloodOfHostileRequestsStillAnswersEveryKnownDev
         {
             if (answered.count(i) == 0)
             {
-                SendTo(client, MakeRequest(static_cast<std::uint32_t>(i), KnownDevice(i)), "10.77.40.1", 67);
-                ++requests;
+                client.Send(MakeRequest(static_cast<std::uint32_t>(i), KnownDevice(i)), "10.77.40.1");
             }
         }
-        const auto round = Clock::now() + std::chrono::milliseconds(200);
-        pollfd wait{client, POLLIN, 0};
-        while (Clock::now() < round && ::poll(&wait, 1, 50) >= 0)
+        for (const auto round = Clock::now() + std::chrono::milliseconds(200); Clock::now() < round;)
         {
-            if ((wait.revents & POLLIN) == 0)
+            const auto reply = client.Receive(std::chrono::milliseconds(50));
+            if (reply && AnswersKnownDevice(reply->bytes, Devices))
             {
-                continue;
-            }
-            Bytes reply(1500);
-            const ssize_t received = ::recv(client, reply.data(), reply.size(), 0);
-            if (received < 300)
-            {
-                ++wrongReplies;
-                continue;
-            }
-            const std::uint32_t xid = Xid(reply);
-            std::uint32_t yiaddr = 0;
-            std::memcpy(&yiaddr, &reply[16], sizeof(yiaddr));
-            const MacAddress device = KnownDevice(xid);
-            if (xid < Devices && reply[0] == 2 && yiaddr == KnownAddress(xid).GetValue() &&
-                std::equal(device.bytes.begin(), device.bytes.end(), reply.begin() + 28))
-            {
-                answered.insert(xid);
+                answered.insert(VantrelTest::Xid(reply->bytes));
                 floodAtLastAnswer = floodSent;
             }
-            else
+            else if (reply)
             {
                 ++wrongReplies; // an answer to the flood, or a wrong one
             }
@@ -302,32 +258,20 @@ TEST(BootpServerReliabilityTest, FloodOfHostileRequestsStillAnswersEveryKnownDev
     // The flood runs to its end (bounded in count and time) before the stop; whatever arrives until
     // a quiet moment after it is an answer to the flood.
     flood.join();
-    flooding = false;
-    pollfd wait{client, POLLIN, 0};
-    while (::poll(&wait, 1, 300) == 1)
+    for (int i = 0; i < 100000 && client.Receive(std::chrono::milliseconds(300)); ++i)
     {
-        Bytes reply(1500);
-        if (::recv(client, reply.data(), reply.size(), 0) >= 0)
-        {
-            ++wrongReplies;
-        }
+        ++wrongReplies;
     }
+    EXPECT_TRUE(counting.server->IsRunning()) << "the flood ended the server";
+    counting.server->Stop();
 
-    EXPECT_TRUE(server.IsRunning()) << "the flood ended the server";
-    server.Stop();
-    ::close(client);
-
-    std::cout << "BOOTP flood: hostile datagrams " << floodSent.load() << ", known devices " << Devices
-              << ", answered " << answered.size() << " (the last after " << floodAtLastAnswer
-              << " hostile datagrams), known requests sent " << requests << ", wrong replies " << wrongReplies
-              << std::endl;
+    std::cout << "BOOTP flood: hostile datagrams " << floodSent << ", known devices " << Devices << ", answered "
+              << answered.size() << " (the last after " << floodAtLastAnswer << " hostile datagrams), wrong replies "
+              << wrongReplies << std::endl;
     ::testing::Test::RecordProperty("floodDatagrams", static_cast<int>(floodSent.load()));
-    ::testing::Test::RecordProperty("knownDevicesAnswered", static_cast<int>(answered.size()));
-    ::testing::Test::RecordProperty("wrongReplies", static_cast<int>(wrongReplies));
     EXPECT_EQ(answered.size(), Devices);
     EXPECT_EQ(wrongReplies, 0U);
     // The stop was seen by the loop itself (stopped callbacks ran), not forced by termination.
-    EXPECT_EQ(stopped.load(), 1);
-    EXPECT_FALSE(server.IsRunning());
+    EXPECT_EQ(counting.stopped.load(), 1);
     EXPECT_FALSE(logs.Contains("Cannot allocate socket"));
 }

@@ -9,51 +9,34 @@ using VantrelBase::Net::MacAddress;
 
 TEST(MacAddressTest, ParsingIsLenientAndNeverFails)
 {
-    struct Row
-    {
-        const char* text;
-        MacAddress expected;
-    };
-    const Row rows[] = {
+    const std::pair<const char*, MacAddress> rows[] = {
         {"00:1a:2B:3c:4D:5e", MacAddress(0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E)},
         {"1:2:3:4:5:6", MacAddress(1, 2, 3, 4, 5, 6)},
-        {"ff:FF:fe:80:7f:01", MacAddress(0xFF, 0xFF, 0xFE, 0x80, 0x7F, 0x01)},
         // Fields not reached stay zero.
         {"00:11:22", MacAddress(0x00, 0x11, 0x22, 0, 0, 0)},
-        {"", MacAddress()},
         {"hello", MacAddress()},
         // Deliberate: only the colon form is tried, so a dash stops the scan after the first field.
-        {"00-11-22-33-44-55", MacAddress()},
         {"12-11-22-33-44-55", MacAddress(0x12, 0, 0, 0, 0, 0)},
         // Two digits per field at most; the scan stops at the third digit or a missing colon.
         {"aabbccddeeff", MacAddress(0xAA, 0, 0, 0, 0, 0)},
         {"0a:0b:0c:0d:0e:0f1", MacAddress(0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F)},
-        // Text after the sixth field is ignored.
-        {"0a:0b:0c:0d:0e:0f and more", MacAddress(0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F)},
         {"0a:0b:0c:0d:0e:0f:10", MacAddress(0x0A, 0x0B, 0x0C, 0x0D, 0x0E, 0x0F)},
     };
-    for (const Row& row : rows)
+    for (const auto& [text, expected] : rows)
     {
-        SCOPED_TRACE(row.text);
-        // Start from a non-zero value, so that a parser that leaves bytes untouched is caught.
+        // Starts from a non-zero value, so that a parser that leaves bytes untouched is caught.
         MacAddress parsed(0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE);
-        EXPECT_TRUE(MacAddress::TryParse(row.text, parsed));
-        EXPECT_EQ(parsed, row.expected);
-        EXPECT_EQ(MacAddress::Parse(row.text), row.expected);
+        EXPECT_TRUE(MacAddress::TryParse(text, parsed)) << text;
+        EXPECT_EQ(parsed, expected) << text;
+        EXPECT_EQ(MacAddress::Parse(text), expected) << text;
     }
 }
 
-TEST(MacAddressTest, TextFormIsUpperCaseWithLeadingZeros)
+TEST(MacAddressTest, TextFormIsUpperCaseWithLeadingZerosAndParsesBack)
 {
     EXPECT_EQ(MacAddress(0x00, 0x1A, 0x2B, 0x3C, 0x4D, 0x5E).ToString(), "00:1A:2B:3C:4D:5E");
-    EXPECT_EQ(MacAddress().ToString(), "00:00:00:00:00:00");
-    // Bytes above 0x7F print unsigned.
     EXPECT_EQ(MacAddress(0xAB, 0x80, 0xFF, 0x01, 0x0F, 0xF0).ToString(), "AB:80:FF:01:0F:F0");
-}
-
-TEST(MacAddressTest, ParseOfTextFormRoundTrips)
-{
-    // Walks every value of each byte position, so every digit pair is printed and read back.
+    // Every value at every position is printed and read back.
     for (unsigned int value = 0; value < 256; ++value)
     {
         const auto b = static_cast<std::uint8_t>(value);
@@ -70,12 +53,9 @@ TEST(MacAddressTest, LessThanHoldsWhenAnyPositionIsLess)
     // Deliberately not lexicographic: both directions hold.
     EXPECT_TRUE(a < b);
     EXPECT_TRUE(b < a);
-    // Only at the last position.
     EXPECT_TRUE(MacAddress(9, 9, 9, 9, 9, 1) < MacAddress(0, 0, 0, 0, 0, 2));
     EXPECT_FALSE(MacAddress(9, 9, 9, 9, 9, 2) < MacAddress(0, 0, 0, 0, 0, 2));
-    // Equal values are equivalent.
     EXPECT_FALSE(a < a);
-    EXPECT_FALSE(MacAddress() < MacAddress());
     // Equality and inequality compare all six bytes.
     EXPECT_FALSE(a != MacAddress(a));
     for (std::size_t i = 0; i < 6; ++i)

@@ -45,12 +45,20 @@ public:
     std::atomic<int> shutDowns{0};
     /// Called on the main thread at every pass, with the pass number; set before Start.
     std::function<void(TestServer&, int)> onWork;
+    std::function<void()> onStartUp;
 
     unsigned long PoolThreadCount() const { return threadPool.GetThreadCount(); }
     int RunOnPool() { return threadPool.QueueUserWorkItem([] { return 11; }).get(); }
 
 protected:
-    void StartUp() override { ++startUps; }
+    void StartUp() override
+    {
+        ++startUps;
+        if (onStartUp)
+        {
+            onStartUp();
+        }
+    }
     void ShutDown() override { ++shutDowns; }
     void MainThreadWorker() override
     {
@@ -88,34 +96,22 @@ bool AnyMessageContains(const LogCapture& capture, const std::string& text, int 
 
 } // namespace
 
-TEST(ServerBaseTest, ConstructionStartsNothingAndForwardsThePoolValues)
+TEST(ServerBaseTest, StartRunsTheFrameAndLogsInOrderAndStopOfAStoppedServerLogsNothing)
 {
-    LogCapture capture;
-    TestServer server("Named", 3);
-    EXPECT_EQ(server.GetName(), "Named");
-    EXPECT_FALSE(server.IsRunning());
+    JoinLimit limit(20);
+    TestServer server("TestServer", 3);
     EXPECT_EQ(server.PoolThreadCount(), 3U);
     EXPECT_EQ(server.RunOnPool(), 11);
-    EXPECT_EQ(server.startUps.load(), 0);
-    EXPECT_TRUE(capture.Records().empty());
-    // The pool's refusal of its values passes to the creator.
-    EXPECT_THROW(TestServer("Reserved", 1, 1), Qib::System::Commons::ArgumentException);
-}
-
-TEST(ServerBaseTest, StartRunsTheFrameAndLogsInOrder)
-{
     LogCapture capture;
-    JoinLimit limit(20);
-    TestServer server;
+    server.Stop();
+    EXPECT_TRUE(capture.Records().empty());
     server.Start();
     EXPECT_TRUE(server.IsRunning());
     ASSERT_TRUE(Eventually([&] { return server.polls >= 5; })) << "the worker is not polled";
     const long start = capture.IndexOf("Attempt to start server TestServer");
-    const long spawned = capture.IndexOf("Main thread spawned");
-    const long work = capture.IndexOf("Start main thread work");
     ASSERT_GE(start, 0);
-    EXPECT_LT(start, spawned);
-    EXPECT_LT(spawned, work);
+    EXPECT_LT(start, capture.IndexOf("Main thread spawned"));
+    EXPECT_LT(capture.IndexOf("Main thread spawned"), capture.IndexOf("Start main thread work"));
     EXPECT_EQ(server.startUps.load(), 1);
     for (const auto& record : capture.Records())
     {
@@ -124,23 +120,11 @@ TEST(ServerBaseTest, StartRunsTheFrameAndLogsInOrder)
     }
     server.Stop();
     EXPECT_FALSE(server.IsRunning());
-}
-
-TEST(ServerBaseTest, StopOfAServerThatIsNotRunningLogsNothing)
-{
-    JoinLimit limit(10);
-    TestServer server;
-    LogCapture capture;
-    server.Stop();
-    server.Stop();
-    EXPECT_TRUE(capture.Records().empty());
-    server.Start();
-    ASSERT_TRUE(Eventually([&] { return server.polls >= 1; }));
-    server.Stop();
     capture.Clear();
     server.Stop();
-    EXPECT_FALSE(server.IsRunning());
     EXPECT_TRUE(capture.Records().empty());
+    // The pool's refusal of its values passes to the creator.
+    EXPECT_THROW(TestServer("Reserved", 1, 1), Qib::System::Commons::ArgumentException);
 }
 
 TEST(ServerBaseTest, StartOnARunningServerStopsItFirstAndLeavesOneThread)
@@ -161,7 +145,6 @@ TEST(ServerBaseTest, StartOnARunningServerStopsItFirstAndLeavesOneThread)
     EXPECT_TRUE(server.IsRunning());
     EXPECT_EQ(server.startUps.load(), 2);
     EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsWithOneServer), threadsWithOneServer);
-    EXPECT_EQ(capture.Count("Main thread spawned"), 1U);
 }
 
 TEST(ServerBaseTest, StopFromInsideTheWorkerEndsTheMainThreadWithoutJoining)
@@ -208,7 +191,6 @@ TEST(ServerBaseTest, StopFromAnotherThreadJoinsBoundedThenTerminatesSkippingTheE
         EXPECT_FALSE(server.IsRunning());
     }
     EXPECT_EQ(capture.Count("Attempt to stop server TestServer"), 3U);
-    EXPECT_TRUE(capture.Contains("Attempt to stop server TestServer", 6));
     const int pollsAtStop = server.polls;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_EQ(server.polls.load(), pollsAtStop) << "the worker is still polled after Stop";
@@ -219,52 +201,39 @@ TEST(ServerBaseTest, StopFromAnotherThreadJoinsBoundedThenTerminatesSkippingTheE
     EXPECT_FALSE(capture.Contains("Terminate main thread work"));
 }
 
-TEST(ServerBaseTest, WorkerExceptionEndsTheThreadAndALaterStopIsPrompt)
+TEST(ServerBaseTest, FailureInTheFrameEndsTheThreadAndSkipsTheRestOfIt)
 {
-    LogCapture capture;
-    JoinLimit limit(60000);
-    TestServer server;
-    server.onWork = [](TestServer&, int) { throw std::runtime_error("worker failed"); };
-    server.Start();
-    ASSERT_TRUE(Eventually([&] { return !server.IsRunning(); }));
-    ASSERT_TRUE(Eventually([&] { return AnyMessageContains(capture, "worker failed", 3); }));
-    EXPECT_TRUE(AnyMessageContains(capture, "TestServer", 3)) << "the thread's name is missing";
-    EXPECT_EQ(server.polls.load(), 1);
-    EXPECT_EQ(server.shutDowns.load(), 0);
-    EXPECT_FALSE(capture.Contains("Terminate main thread work"));
-    const auto start = Clock::now();
-    server.Stop();
-    EXPECT_LT(MillisecondsSince(start), 30000) << "Stop joined a thread that had ended";
-    EXPECT_TRUE(capture.Contains("Attempt to stop server TestServer"));
-}
-
-TEST(ServerBaseTest, FailureBeforeTheLoopEndsTheThreadAndSkipsTheRestOfTheFrame)
-{
-    class FailingStart : public TestServer
+    struct Row
     {
-    protected:
-        void StartUp() override { throw std::logic_error("no start-up"); }
+        const char* failure;
+        std::function<void(TestServer&)> arrange;
+        int passes; // of the loop, and so of the later started callback
     };
-    LogCapture capture;
-    JoinLimit limit(10);
-    FailingStart failingStart;
-    TestServer emptyCallback;
-    std::atomic<int> before{0};
-    std::atomic<int> after{0};
-    failingStart.startedCallbacks.push_back([&](IServer&) { ++after; });
-    emptyCallback.startedCallbacks.push_back([&](IServer&) { ++before; });
-    emptyCallback.startedCallbacks.push_back(nullptr);
-    emptyCallback.startedCallbacks.push_back([&](IServer&) { ++after; });
-    failingStart.Start();
-    emptyCallback.Start();
-    ASSERT_TRUE(Eventually([&] { return !failingStart.IsRunning() && !emptyCallback.IsRunning(); }));
-    EXPECT_TRUE(Eventually([&] { return AnyMessageContains(capture, "no start-up", 3); }));
-    EXPECT_TRUE(Eventually([&] { return AnyMessageContains(capture, "bad_function_call", 3); }));
-    EXPECT_EQ(capture.Count("Main thread spawned"), 2U);
-    EXPECT_EQ(before.load(), 1);
-    EXPECT_EQ(after.load(), 0);
-    EXPECT_EQ(failingStart.polls.load() + emptyCallback.polls.load(), 0);
-    EXPECT_FALSE(capture.Contains("Start main thread work"));
+    const Row rows[] = {
+        {"no start-up", [](TestServer& s) { s.onStartUp = [] { throw std::logic_error("no start-up"); }; }, 0},
+        {"bad_function_call", [](TestServer& s) { s.startedCallbacks.push_back(nullptr); }, 0},
+        {"worker failed",
+         [](TestServer& s) { s.onWork = [](TestServer&, int) { throw std::runtime_error("worker failed"); }; }, 1},
+    };
+    JoinLimit limit(60000); // a join of the ended thread would show as a hang
+    for (const Row& row : rows)
+    {
+        SCOPED_TRACE(row.failure);
+        LogCapture capture;
+        TestServer server;
+        std::atomic<int> started{0};
+        row.arrange(server);
+        server.startedCallbacks.push_back([&](IServer&) { ++started; });
+        server.Start();
+        ASSERT_TRUE(Eventually([&] { return !server.IsRunning() && AnyMessageContains(capture, row.failure, 3); }));
+        EXPECT_TRUE(AnyMessageContains(capture, "TestServer", 3)) << "the thread's name is missing";
+        EXPECT_EQ(server.polls.load(), row.passes);
+        EXPECT_EQ(started.load(), row.passes);
+        EXPECT_EQ(server.shutDowns.load(), 0);
+        const auto start = Clock::now();
+        server.Stop();
+        EXPECT_LT(MillisecondsSince(start), 30000) << "Stop joined a thread that had ended";
+    }
 }
 
 TEST(ServerBaseTest, StartedCallbacksRunInOrderOnTheMainThreadBeforeTheLoop)
@@ -274,29 +243,24 @@ TEST(ServerBaseTest, StartedCallbacksRunInOrderOnTheMainThreadBeforeTheLoop)
     TestServer server;
     std::mutex lock;
     std::vector<std::string> calls; // "<index> <thread name> <same server> <start-ups> <polls>"
-    for (int i = 0; i < 3; ++i)
-    {
-        server.startedCallbacks.push_back([&, i](IServer& argument) {
-            char name[32] = {};
-            pthread_getname_np(pthread_self(), name, sizeof(name));
-            std::lock_guard<std::mutex> guard(lock);
-            calls.push_back(std::to_string(i) + " " + name + " " + std::to_string(&argument == &server) + " " +
-                            std::to_string(server.startUps) + " " + std::to_string(server.polls));
-        });
-    }
+    const auto record = [&](const std::string& index, IServer& argument) {
+        char name[32] = {};
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+        std::lock_guard<std::mutex> guard(lock);
+        calls.push_back(index + " " + name + " " + std::to_string(&argument == &server) + " " +
+                        std::to_string(server.startUps) + " " + std::to_string(server.polls));
+    };
+    server.startedCallbacks.push_back([&](IServer& argument) { record("0", argument); });
     // A callback may add to its own list; the added one runs in the same pass.
-    server.startedCallbacks.push_back([&](IServer&) {
-        server.startedCallbacks.push_back([&](IServer&) {
-            std::lock_guard<std::mutex> guard(lock);
-            calls.push_back("added");
-        });
+    server.startedCallbacks.push_back([&](IServer& argument) {
+        record("1", argument);
+        server.startedCallbacks.push_back([&](IServer& added) { record("added", added); });
     });
     server.Start();
     ASSERT_TRUE(capture.WaitFor("Start main thread work"));
     server.Stop();
     std::lock_guard<std::mutex> guard(lock);
-    EXPECT_EQ(calls, (std::vector<std::string>{"0 TestServer 1 1 0", "1 TestServer 1 1 0", "2 TestServer 1 1 0",
-                                               "added"}));
+    EXPECT_EQ(calls, (std::vector<std::string>{"0 TestServer 1 1 0", "1 TestServer 1 1 0", "added TestServer 1 1 0"}));
 }
 
 TEST(ServerBaseTest, RepeatedStartAndStopLeavesNoThreadBehind)

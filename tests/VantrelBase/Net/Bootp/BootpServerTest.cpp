@@ -1,24 +1,63 @@
-// Tests of the BOOTP server's settings, address table rule, hardware text and in-place reply.
+// Tests of the BOOTP server: its table lookup and reply building, then the running server in the
+// test's namespace on port 67 with clients in a peer namespace behind a veth pair, sending crafted
+// requests and receiving the broadcast replies.
 #include "VantrelBase/Net/Bootp/BootpServer.hpp"
 
 #include "Qib/System/Commons/InvalidFormatException.hpp"
+#include "Support/BootpEndpoint.hpp"
 #include "Support/LogCapture.hpp"
-#include "TestableBootpServer.hpp"
+#include "Support/NetworkNamespace.hpp"
+#include "Support/PeerNamespace.hpp"
+#include "Support/ProcessStatus.hpp"
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
 using Qib::System::Commons::InvalidFormatException;
 using Qib::System::Commons::Net::IpAddress;
+using Qib::System::Commons::Threading::Thread;
 using VantrelBase::Net::MacAddress;
+using VantrelBase::Net::Bootp::BootpServer;
 using VantrelBase::Net::Bootp::Configuration::BootpServerSettings;
-using VantrelTest::TestableBootpServer;
+using VantrelTest::Bytes;
+using VantrelTest::MakeRequest;
 
 namespace
 {
 
+// Opens the server's protected parts to its tests.
+class TestableBootpServer : public BootpServer
+{
+public:
+    using BootpServer::BootpServer;
+    using BootpServer::Buffer;
+    using BootpServer::BuildReply;
+    using BootpServer::FormatHardware;
+    using BootpServer::TryGetIpConfiguration;
+};
+
+const MacAddress KnownDevice(0x00, 0x11, 0x22, 0x33, 0x44, 0x55);
+
 IpAddress Ip(const char* text)
 {
     return IpAddress::Parse(text);
+}
+
+IpAddress AddressAt(const Bytes& message, std::size_t offset)
+{
+    std::uint32_t value = 0;
+    std::memcpy(&value, &message[offset], sizeof(value));
+    return IpAddress(value);
 }
 
 // A message buffer whose every byte differs from its neighbours, so a stray write shows.
@@ -32,69 +71,12 @@ TestableBootpServer::Buffer PatternBuffer()
     return buffer;
 }
 
+std::string Pair(std::uint8_t byte)
+{
+    return fmt::format("{0:02X}", static_cast<unsigned int>(byte));
+}
+
 } // namespace
-
-TEST(BootpServerTest, PairConstructorHoldsOneEntryAndDefaults)
-{
-    TestableBootpServer server("00:11:22:33:44:55", "192.168.1.10");
-    const BootpServerSettings& settings = server.settings;
-    ASSERT_EQ(settings.ipConfigurations.size(), 1U);
-    EXPECT_EQ(settings.ipConfigurations.begin()->first, MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x55));
-    EXPECT_EQ(settings.ipConfigurations.begin()->second, Ip("192.168.1.10"));
-    EXPECT_EQ(settings.localPort, 67);
-    EXPECT_EQ(settings.localAddress, IpAddress());
-    EXPECT_TRUE(settings.bindSocket);
-    EXPECT_TRUE(settings.broadcast);
-    EXPECT_EQ(settings.timeout, 0);
-    EXPECT_EQ(settings.bootfile, "");
-    EXPECT_EQ(settings.bootserver, IpAddress());
-    EXPECT_FALSE(server.IsRunning());
-}
-
-TEST(BootpServerTest, PairConstructorKeysDashFormUnderZeroAddress)
-{
-    // Deliberate: only the colon form is read, so the key is all zero and the device is not found.
-    TestableBootpServer server("00-11-22-33-44-55", "192.168.1.10");
-    ASSERT_EQ(server.settings.ipConfigurations.size(), 1U);
-    EXPECT_EQ(server.settings.ipConfigurations.begin()->first, MacAddress());
-    IpAddress found;
-    EXPECT_FALSE(server.TryGetIpConfiguration(MacAddress(0x00, 0x11, 0x22, 0x33, 0x44, 0x55), found));
-    EXPECT_TRUE(server.TryGetIpConfiguration(MacAddress(), found));
-    EXPECT_EQ(found, Ip("192.168.1.10"));
-}
-
-TEST(BootpServerTest, PairConstructorRefusesUnreadableIp)
-{
-    EXPECT_THROW(TestableBootpServer("00:11:22:33:44:55", "192.168.1"), InvalidFormatException);
-}
-
-TEST(BootpServerTest, SettingsConstructorCopiesTheRecord)
-{
-    BootpServerSettings settings;
-    settings.timeout = 200;
-    settings.localPort = 1067;
-    settings.bootfile = "boot.img";
-    settings.ipConfigurations[MacAddress(1, 2, 3, 4, 5, 6)] = Ip("10.0.0.6");
-    TestableBootpServer server(settings);
-    server.SetBootfile("other.img");
-    EXPECT_EQ(server.settings.timeout, 200);
-    EXPECT_EQ(server.settings.localPort, 1067);
-    EXPECT_EQ(server.settings.ipConfigurations, settings.ipConfigurations);
-    EXPECT_EQ(settings.bootfile, "boot.img");
-}
-
-TEST(BootpServerTest, BootserverSettersAgreeAndBadTextKeepsTheValue)
-{
-    TestableBootpServer server("00:11:22:33:44:55", "192.168.1.10");
-    server.SetBootserver("10.1.2.3");
-    const IpAddress fromText = server.settings.bootserver;
-    server.SetBootserver(IpAddress());
-    server.SetBootserver(Ip("10.1.2.3"));
-    EXPECT_EQ(server.settings.bootserver, fromText);
-    EXPECT_EQ(fromText, Ip("10.1.2.3"));
-    EXPECT_THROW(server.SetBootserver("not an address"), InvalidFormatException);
-    EXPECT_EQ(server.settings.bootserver, Ip("10.1.2.3"));
-}
 
 TEST(BootpServerTest, NonEmptyTableIsSearchedWithItsOwnOrdering)
 {
@@ -106,23 +88,30 @@ TEST(BootpServerTest, NonEmptyTableIsSearchedWithItsOwnOrdering)
     EXPECT_TRUE(server.TryGetIpConfiguration(MacAddress(0x01, 0x02, 0, 0, 0, 0), found));
     EXPECT_EQ(found, Ip("10.0.0.1"));
     // Deliberate: the second entry is held but the search cannot reach it; the device gets no reply.
-    found = Ip("192.0.2.1");
     EXPECT_FALSE(server.TryGetIpConfiguration(MacAddress(0x02, 0x01, 0, 0, 0, 0), found));
     EXPECT_FALSE(server.TryGetIpConfiguration(MacAddress(0x00, 0x01, 0, 0, 0, 0), found));
+
+    // Deliberate: the pair constructor reads only the colon form, so a dash form keys the zero address.
+    TestableBootpServer dashed("00-11-22-33-44-55", "192.168.1.10");
+    EXPECT_FALSE(dashed.TryGetIpConfiguration(KnownDevice, found));
+    EXPECT_TRUE(dashed.TryGetIpConfiguration(MacAddress(), found));
+    EXPECT_EQ(found, Ip("192.168.1.10"));
+    EXPECT_THROW(TestableBootpServer("00:11:22:33:44:55", "192.168.1"), InvalidFormatException);
 }
 
 TEST(BootpServerTest, HardwareTextRunsOnToTheLargestHlen)
 {
-    // hlen 0, 6 and 20 are seen on the wire; here the ends of the range.
     auto buffer = PatternBuffer();
+    buffer[2] = 0;
+    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), "(unknown hardware address)");
     buffer[2] = 1;
-    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), fmt::format("{0:02X}", static_cast<unsigned int>(buffer[28])));
+    EXPECT_EQ(TestableBootpServer::FormatHardware(buffer), Pair(buffer[28]));
     buffer[2] = 255;
     const std::string longest = TestableBootpServer::FormatHardware(buffer);
     ASSERT_EQ(longest.size(), 255U * 3 - 1);
     for (std::size_t i = 0; i < 255; ++i)
     {
-        ASSERT_EQ(longest.substr(i * 3, 2), fmt::format("{0:02X}", static_cast<unsigned int>(buffer[28 + i]))) << i;
+        ASSERT_EQ(longest.substr(i * 3, 2), Pair(buffer[28 + i])) << i;
     }
 }
 
@@ -130,12 +119,10 @@ TEST(BootpServerTest, LongBootfileRunsIntoVendAndStopsAtBufferEnd)
 {
     auto buffer = PatternBuffer();
     // Deliberate: no limit at the file field's end; 200 bytes reach into vend.
-    const std::string twoHundred(200, 'f');
-    TestableBootpServer::BuildReply(buffer, IpAddress(), IpAddress(), twoHundred);
+    TestableBootpServer::BuildReply(buffer, IpAddress(), IpAddress(), std::string(200, 'f'));
     EXPECT_EQ(buffer[307], 'f');
     EXPECT_EQ(buffer[308], 0);
     EXPECT_EQ(buffer[309], PatternBuffer()[309]);
-
     // 591 characters and the zero fill the buffer exactly; a longer name is cut there.
     for (const std::size_t length : {591U, 592U, 1000U})
     {
@@ -148,11 +135,347 @@ TEST(BootpServerTest, LongBootfileRunsIntoVendAndStopsAtBufferEnd)
     }
 }
 
-TEST(BootpServerTest, StopBeforeStartLogsNothing)
+class BootpServerNetworkTest : public ::testing::Test
 {
+protected:
+    void SetUp() override
+    {
+        VANTREL_REQUIRE_NETWORK_NAMESPACE();
+        peer = std::make_unique<VantrelTest::PeerNamespace>("bootp", "bootp0", "10.77.1.1/24", "bootp1",
+                                                            "10.77.1.2/24", "02:77:01:00:00:02");
+        ASSERT_EQ(peer->Error(), "");
+        // The limited broadcast needs a route; this one leads over the veth pair only.
+        ASSERT_EQ(VantrelTest::Shell("ip route add 255.255.255.255/32 dev bootp0"), 0);
+        client = std::make_unique<VantrelTest::BootpEndpoint>(68, peer.get());
+        ASSERT_TRUE(client->Ready());
+    }
+
+    // Without settings, a server answering the known device with 10.77.1.10, boot server 10.77.1.1 and
+    // boot file "b".
+    TestableBootpServer& MakeServer(BootpServerSettings* settings = nullptr)
+    {
+        BootpServerSettings standard;
+        standard.ipConfigurations[KnownDevice] = Ip("10.77.1.10");
+        standard.bootserver = Ip("10.77.1.1");
+        standard.bootfile = "b";
+        servers.push_back(std::make_unique<TestableBootpServer>(settings != nullptr ? *settings : standard));
+        return *servers.back();
+    }
+
+    TestableBootpServer& StartServer(BootpServerSettings* settings = nullptr)
+    {
+        TestableBootpServer& server = MakeServer(settings);
+        server.Start();
+        EXPECT_TRUE(WaitForListening());
+        return server;
+    }
+
+    // Number of "Server listening" lines so far reached `count`.
+    bool WaitForListening(std::size_t count = 1)
+    {
+        return capture.WaitUntil([count](const std::vector<VantrelTest::LogCapture::LogRecord>& records) {
+            return static_cast<std::size_t>(std::count_if(records.begin(), records.end(), [](const auto& record) {
+                       return record.Message.rfind("Server listening on socket #", 0) == 0;
+                   })) >= count;
+        });
+    }
+
+    bool Send(const Bytes& message) { return client->Send(message, "10.77.1.1"); }
+
+    // Sends the known device's request and receives the reply, checking it answers `xid`.
+    std::optional<VantrelTest::Datagram> Ask(std::uint32_t xid, std::size_t size = 300)
+    {
+        EXPECT_TRUE(Send(MakeRequest(xid, KnownDevice, size)));
+        return ReplyTo(xid);
+    }
+
+    std::optional<VantrelTest::Datagram> ReplyTo(std::uint32_t xid)
+    {
+        auto reply = client->Receive();
+        if (!reply || reply->bytes.size() != 300U || VantrelTest::Xid(reply->bytes) != xid)
+        {
+            ADD_FAILURE() << "no 300-byte reply to " << xid;
+            return std::nullopt;
+        }
+        return reply;
+    }
+
+    // Destroyed in reverse: servers first, the namespace last.
     VantrelTest::LogCapture capture;
-    TestableBootpServer server("00:11:22:33:44:55", "192.168.1.10");
+    std::unique_ptr<VantrelTest::PeerNamespace> peer;
+    std::unique_ptr<VantrelTest::BootpEndpoint> client;
+    std::vector<std::unique_ptr<TestableBootpServer>> servers;
+};
+
+TEST_F(BootpServerNetworkTest, AnswersKnownDeviceByBroadcastWithRequestRewrittenInPlace)
+{
+    auto& server = StartServer();
+    const Bytes request = MakeRequest(0x01020304, KnownDevice);
+    ASSERT_TRUE(Send(request));
+    auto reply = ReplyTo(0x01020304);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->destination.s_addr, htonl(INADDR_BROADCAST));
+    EXPECT_EQ(reply->source.sin_addr.s_addr, inet_addr("10.77.1.1"));
+    EXPECT_EQ(ntohs(reply->source.sin_port), 67);
+    const Bytes& bytes = reply->bytes;
+    EXPECT_EQ(bytes[0], 2);
+    EXPECT_EQ(AddressAt(bytes, 16), Ip("10.77.1.10"));
+    EXPECT_EQ(AddressAt(bytes, 20), Ip("10.77.1.1"));
+    // "b", its zero, then the rest of the client's "generic".
+    const std::uint8_t file[] = {'b', 0, 'n', 'e', 'r', 'i', 'c', 0};
+    EXPECT_TRUE(std::equal(std::begin(file), std::end(file), bytes.begin() + 108));
+    for (std::size_t i = 0; i < 300; ++i)
+    {
+        if (i != 0 && (i < 16 || i >= 24) && i != 108 && i != 109)
+        {
+            ASSERT_EQ(bytes[i], request[i]) << "offset " << i;
+        }
+    }
+
+    // The setters take effect with the next reply; unreadable text keeps the value.
+    server.SetBootserver(Ip("10.77.1.3"));
+    EXPECT_THROW(server.SetBootserver("not an address"), InvalidFormatException);
+    server.SetBootfile("second.img");
+    reply = Ask(2);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(AddressAt(reply->bytes, 20), Ip("10.77.1.3"));
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&reply->bytes[108])), "second.img");
+}
+
+TEST_F(BootpServerNetworkTest, ShortRequestCarriesTheTailOfThePreviousDatagram)
+{
+    StartServer();
+    // The buffer starts zeroed.
+    auto reply = Ask(1, 250);
+    ASSERT_TRUE(reply);
+    EXPECT_TRUE(std::all_of(reply->bytes.begin() + 250, reply->bytes.end(), [](std::uint8_t b) { return b == 0; }));
+    ASSERT_TRUE(Ask(2));
+    // Deliberate: the buffer is reused uncleared, so bytes 250 to 299 are the previous request's.
+    reply = Ask(3, 250);
+    ASSERT_TRUE(reply);
+    const Bytes full = MakeRequest(2, KnownDevice);
+    const Bytes shortRequest = MakeRequest(3, KnownDevice, 250);
+    EXPECT_TRUE(std::equal(reply->bytes.begin() + 236, reply->bytes.begin() + 250, shortRequest.begin() + 236));
+    EXPECT_TRUE(std::equal(reply->bytes.begin() + 250, reply->bytes.end(), full.begin() + 250));
+}
+
+TEST_F(BootpServerNetworkTest, UnansweredDatagramsSendNothing)
+{
+    std::atomic<int> assigned{0};
+    auto& server = MakeServer();
+    server.assignedCallbacks.push_back([&](BootpServer&, MacAddress&, IpAddress&) { ++assigned; });
+    server.Start();
+    ASSERT_TRUE(WaitForListening());
+
+    const MacAddress unknown(0x0A, 0xBB, 0xCC, 0xDD, 0xEE, 0x01);
+    struct Row
+    {
+        const MacAddress& device;
+        std::size_t offset; // 0 with value 1: the request unchanged
+        std::uint8_t value;
+    };
+    // An unknown device; a known one's reply, other hardware type, and hlen 16; unknown with hlen 0 and 20.
+    const Row rows[] = {{unknown, 0, 1}, {KnownDevice, 0, 2}, {KnownDevice, 1, 6}, {KnownDevice, 2, 16},
+                        {unknown, 2, 0},  {unknown, 2, 20}};
+    std::uint32_t xid = 10;
+    for (const Row& row : rows)
+    {
+        Bytes message = MakeRequest(xid++, row.device);
+        message[row.offset] = row.value;
+        ASSERT_TRUE(Send(message));
+    }
+    // Datagrams are handled in order: had any of the above been answered, its reply would come first.
+    ASSERT_TRUE(Ask(16));
+    // The callbacks run after the send: wait for the one of the answered request.
+    EXPECT_TRUE(capture.WaitUntil([&](const auto&) { return assigned.load() >= 1; }));
+    EXPECT_EQ(assigned.load(), 1);
+
+    EXPECT_TRUE(capture.Contains("No IP configuration for hardware 0A:BB:CC:DD:EE:01. Do not respond.", 6));
+    EXPECT_TRUE(capture.Contains("No IP configuration for hardware (unknown hardware address). Do not respond.", 6));
+    // Twenty pairs: the last four from sname ("clie").
+    EXPECT_TRUE(capture.Contains("No IP configuration for hardware "
+                                 "0A:BB:CC:DD:EE:01:00:00:00:00:00:00:C4:00:00:00:63:6C:69:65. Do not respond.",
+                                 6));
+    // A known first six bytes is found, whatever hlen says: no such line for it.
+    EXPECT_EQ(capture.Count("No IP configuration for hardware 00:11:22:33:44:55:00:00:00:00:00:00:C4:00:00:00. "
+                            "Do not respond."),
+              0U);
+    EXPECT_EQ(capture.Count("Verify packet"), 7U);
+    EXPECT_EQ(capture.Count("Assign 10.77.1.10 to 00:11:22:33:44:55"), 1U);
+}
+
+TEST_F(BootpServerNetworkTest, CallbacksRunOnTheServerThreadWithCopiesAndEachStepIsLogged)
+{
+    std::mutex lock;
+    std::vector<std::string> calls;
+    auto record = [&](const std::string& call) {
+        std::lock_guard<std::mutex> guard(lock);
+        calls.push_back(call);
+    };
+    auto& server = MakeServer();
+    server.startedCallbacks.push_back([&](BootpServer& self) {
+        const bool own = Thread::pCurrentThread != nullptr &&
+                         Thread::pCurrentThread->GetName() == "VantrelBase::Net::Bootp::BootpServer";
+        record(std::string("started") + (own ? "" : " elsewhere") + (&self == &server ? "" : " other server"));
+    });
+    // The first callback changes its arguments; the second still sees the server's values.
+    server.assignedCallbacks.push_back([&](BootpServer&, MacAddress& hardware, IpAddress& address) {
+        record("assigned " + hardware.ToString() + " " + address.ToString().GetStdString());
+        hardware = MacAddress();
+        address = IpAddress();
+    });
+    server.assignedCallbacks.push_back([&](BootpServer&, MacAddress& hardware, IpAddress& address) {
+        record("then " + hardware.ToString() + " " + address.ToString().GetStdString());
+    });
+    server.stoppedCallbacks.push_back([&](BootpServer&) { record("stopped"); });
+    server.Start();
+    ASSERT_TRUE(WaitForListening());
+    ASSERT_TRUE(Ask(31));
+    ASSERT_TRUE(Ask(32));
+    // A generous join limit: on a loaded machine the loop must still end by itself, not by termination.
+    const unsigned long joinLimit = Thread::GetJoinLimit();
+    Thread::SetJoinLimit(30000);
     server.Stop();
-    EXPECT_FALSE(server.IsRunning());
-    EXPECT_TRUE(capture.Messages().empty());
+    Thread::SetJoinLimit(joinLimit);
+    {
+        // Stop from another thread returns once the stopped callbacks have run.
+        const std::string assigned = "assigned 00:11:22:33:44:55 10.77.1.10";
+        const std::string then = "then 00:11:22:33:44:55 10.77.1.10";
+        std::lock_guard<std::mutex> guard(lock);
+        EXPECT_EQ(calls, (std::vector<std::string>{"started", assigned, then, assigned, then, "stopped"}));
+    }
+    // Deliberately printed as a plain number after the point: 16 ms shows as "0.16000s".
+    const std::pair<std::string, int> expected[] = {
+        {"Attempt to start server 0.0.0.0:67", 6}, {"Setting up server", 6},
+        {"Server listening on socket #", 6},       {"Waiting for packet (timeout: 0.16000s)", 7},
+        {"Reading packet", 7},                     {"Verify packet", 7},
+        {"Assign 10.77.1.10 to 00:11:22:33:44:55", 6}, {"Attempt to stop server 0.0.0.0:67", 6},
+        {"Closing network connections", 6},
+    };
+    const auto records = capture.Records();
+    std::size_t position = 0;
+    for (const auto& [message, level] : expected)
+    {
+        while (position < records.size() && records[position].Message.rfind(message, 0) != 0)
+        {
+            ++position;
+        }
+        ASSERT_LT(position, records.size()) << "missing or out of order: " << message;
+        EXPECT_EQ(records[position].Level, level) << message;
+        EXPECT_EQ(records[position].LoggerName, "VantrelBase.Net.Bootp.BootpServer") << message;
+    }
+    EXPECT_EQ(capture.Count("Attempt to stop server 0.0.0.0:67 asynchronously"), 0U);
+}
+
+TEST_F(BootpServerNetworkTest, StopFromCallbackEndsTheLoopAndServerCanRestart)
+{
+    std::atomic<int> stopped{0};
+    auto& server = MakeServer();
+    server.assignedCallbacks.push_back([](BootpServer& self, MacAddress&, IpAddress&) { self.Stop(); });
+    server.stoppedCallbacks.push_back([&](BootpServer&) { ++stopped; });
+    server.Start();
+    ASSERT_TRUE(WaitForListening());
+    ASSERT_TRUE(Ask(41));
+    ASSERT_TRUE(capture.WaitUntil([&](const auto&) { return stopped.load() == 1 && !server.IsRunning(); }));
+    const long async = capture.IndexOf("Attempt to stop server 0.0.0.0:67 asynchronously");
+    ASSERT_GE(async, 0);
+    EXPECT_LT(async, capture.IndexOf("Closing network connections"));
+    EXPECT_EQ(capture.Count("Attempt to stop server 0.0.0.0:67"), 0U);
+
+    // Started again on the same port, it answers again; the port was given back.
+    capture.Clear();
+    server.assignedCallbacks.clear();
+    server.Start();
+    ASSERT_TRUE(WaitForListening());
+    ASSERT_TRUE(Ask(42));
+    server.Stop();
+    EXPECT_EQ(stopped.load(), 2);
+    EXPECT_EQ(capture.IndexOf("Cannot allocate socket"), -1);
+}
+
+TEST_F(BootpServerNetworkTest, StartOnRunningServerStopsItFirst)
+{
+    const std::size_t threadsBefore = VantrelTest::CountThreads();
+    auto& server = MakeServer();
+    server.Stop();
+    EXPECT_TRUE(capture.Messages().empty()) << "a stop before any start logs nothing";
+    server.Start();
+    ASSERT_TRUE(WaitForListening());
+    server.Start();
+    ASSERT_TRUE(WaitForListening(2));
+    EXPECT_TRUE(server.IsRunning());
+    // A thread just joined may still be listed for a moment, hence the wait.
+    EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsBefore + 1), threadsBefore + 1);
+    const long stop = capture.IndexOf("Attempt to stop server 0.0.0.0:67");
+    ASSERT_GT(stop, capture.IndexOf("Attempt to start server 0.0.0.0:67"));
+    EXPECT_LT(stop, capture.IndexOf("Attempt to start server 0.0.0.0:67", static_cast<std::size_t>(stop)));
+    // One loop answers, once each.
+    ASSERT_TRUE(Ask(51));
+    ASSERT_TRUE(Ask(52));
+    server.Stop();
+    EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsBefore), threadsBefore);
+}
+
+TEST_F(BootpServerNetworkTest, SecondServerOnBoundPortReportsBindError)
+{
+    auto& first = StartServer();
+    std::atomic<int> started{0};
+    auto& second = MakeServer();
+    second.startedCallbacks.push_back([&](BootpServer&) { ++started; });
+    second.stoppedCallbacks.push_back([&](BootpServer&) { ++started; });
+    testing::internal::CaptureStdout();
+    second.Start();
+    const bool failed = capture.WaitFor("Cannot allocate socket");
+    const std::string output = testing::internal::GetCapturedStdout();
+    ASSERT_TRUE(failed);
+    EXPECT_TRUE(capture.Contains("Cannot allocate socket", 3));
+    EXPECT_NE(output.find("bind error 98 Address already in use\n"), std::string::npos) << output;
+    EXPECT_TRUE(capture.WaitUntil([&](const auto&) { return !second.IsRunning(); }));
+    EXPECT_EQ(started.load(), 0);
+    // The first server is unaffected.
+    EXPECT_TRUE(first.IsRunning());
+    ASSERT_TRUE(Ask(61));
+}
+
+TEST_F(BootpServerNetworkTest, EmptyTableAsksTheKernelArpTable)
+{
+    ASSERT_EQ(VantrelTest::Shell("ip neigh add 10.77.1.50 lladdr 00:11:22:33:44:55 dev bootp0 nud permanent"), 0);
+    ASSERT_EQ(VantrelTest::Shell("ip neigh add 10.77.1.51 lladdr 0a:11:22:33:44:55 dev bootp0 nud permanent"), 0);
+    BootpServerSettings settings;
+    StartServer(&settings);
+    // Deliberate: the kernel's lower-case text is compared with the upper-case text form, so only
+    // addresses without letters are found.
+    ASSERT_TRUE(Send(MakeRequest(81, MacAddress(0x0A, 0x11, 0x22, 0x33, 0x44, 0x55))));
+    const auto reply = Ask(82);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(AddressAt(reply->bytes, 16), Ip("10.77.1.50"));
+    EXPECT_TRUE(capture.Contains("No IP configuration for hardware 0A:11:22:33:44:55. Do not respond."));
+    // With one entry in the table, the kernel's table is not asked.
+    TestableBootpServer tableServer("02:00:00:00:00:01", "10.77.1.60");
+    IpAddress found;
+    EXPECT_FALSE(tableServer.TryGetIpConfiguration(KnownDevice, found));
+}
+
+TEST_F(BootpServerNetworkTest, RealBootpClientReceivesItsAddress)
+{
+    const MacAddress peerDevice(0x02, 0x77, 0x01, 0x00, 0x00, 0x02);
+    BootpServerSettings settings;
+    settings.ipConfigurations[peerDevice] = Ip("10.77.1.20");
+    settings.bootserver = Ip("10.77.1.1");
+    settings.bootfile = "vantrel.img";
+    std::atomic<int> assigned{0};
+    auto& server = MakeServer(&settings);
+    server.assignedCallbacks.push_back([&](BootpServer&, MacAddress& hardware, IpAddress& address) {
+        assigned += hardware == peerDevice && address == Ip("10.77.1.20") ? 1 : 0;
+    });
+    server.Start();
+    ASSERT_TRUE(WaitForListening());
+    client.reset(); // frees port 68 in the peer namespace for the real client
+    // The client broadcasts its request; the route keeps that on the veth pair.
+    ASSERT_EQ(peer->Run("ip route add 255.255.255.255/32 dev bootp1"), 0);
+    const std::string output =
+        peer->Output("timeout 30 bootpc --dev bootp1 --returniffail --timeoutwait 10 --serverbcast");
+    EXPECT_NE(output.find("IPADDR='10.77.1.20'"), std::string::npos) << output;
+    EXPECT_NE(output.find("BOOTFILE='vantrel.img'"), std::string::npos) << output;
+    EXPECT_TRUE(capture.WaitUntil([&](const auto&) { return assigned.load() >= 1; }));
 }

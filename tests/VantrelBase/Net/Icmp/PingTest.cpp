@@ -8,15 +8,15 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
-#include <linux/capability.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -47,17 +47,9 @@ class IcmpCapture
 {
 public:
     IcmpCapture() : descriptor(::socket(AF_INET, SOCK_RAW | SOCK_CLOEXEC, IPPROTO_ICMP)) {}
-    ~IcmpCapture()
-    {
-        if (descriptor >= 0)
-        {
-            ::close(descriptor);
-        }
-    }
+    ~IcmpCapture() { ::close(descriptor); }
     IcmpCapture(const IcmpCapture&) = delete;
     IcmpCapture& operator=(const IcmpCapture&) = delete;
-
-    bool IsOpen() const { return descriptor >= 0; }
 
     /// The echo requests (IPv4 header included) that arrived so far.
     std::vector<std::vector<unsigned char>> EchoRequests()
@@ -80,41 +72,6 @@ private:
     int descriptor;
 };
 
-// Takes CAP_NET_RAW out of the calling thread's effective set and puts it back when destroyed.
-class WithoutRawSocketCapability
-{
-public:
-    WithoutRawSocketCapability() { dropped = SetEffective(false); }
-    ~WithoutRawSocketCapability()
-    {
-        if (dropped)
-        {
-            SetEffective(true);
-        }
-    }
-    WithoutRawSocketCapability(const WithoutRawSocketCapability&) = delete;
-    WithoutRawSocketCapability& operator=(const WithoutRawSocketCapability&) = delete;
-
-    bool Dropped() const { return dropped; }
-
-private:
-    static bool SetEffective(bool on)
-    {
-        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
-        std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> data{};
-        if (::syscall(SYS_capget, &header, data.data()) != 0)
-        {
-            return false;
-        }
-        const unsigned int bit = 1U << (CAP_NET_RAW % 32);
-        auto& word = data[CAP_NET_RAW / 32];
-        word.effective = on ? (word.effective | bit) : (word.effective & ~bit);
-        return ::syscall(SYS_capset, &header, data.data()) == 0;
-    }
-
-    bool dropped = false;
-};
-
 // The summary lines written so far.
 std::vector<std::string> SummaryLines(const LogCapture& capture)
 {
@@ -133,16 +90,32 @@ std::vector<std::string> SummaryLines(const LogCapture& capture)
 double ExpectSummary(const LogCapture& capture, const std::string& counts)
 {
     const std::vector<std::string> lines = SummaryLines(capture);
-    EXPECT_EQ(lines.size(), 1U);
-    if (lines.empty())
-    {
-        return -1.0;
-    }
     const std::regex summary(std::regex_replace(counts, std::regex(R"([.])"), R"(\.)") +
                              R"(Total time : ([0-9]+(\.[0-9]+)?(e[+-]?[0-9]+)?) ms\.)");
     std::smatch match;
-    EXPECT_TRUE(std::regex_match(lines[0], match, summary)) << lines[0];
+    EXPECT_TRUE(lines.size() == 1 && std::regex_match(lines[0], match, summary)) << ::testing::PrintToString(lines);
     return match.empty() ? -1.0 : std::stod(match[1].str());
+}
+
+// Runs in a death-test child: as an unprivileged user the raw socket is refused.
+void SendWithoutPrivilege()
+{
+    if (::setuid(65534) != 0)
+    {
+        std::_Exit(2);
+    }
+    const Ping::Result result = Ping::Send("127.0.0.1", 0, 1);
+    std::fprintf(stderr, "value %d status %d", static_cast<int>(result.value), static_cast<int>(result.status));
+    std::_Exit(0);
+}
+
+// Runs in a death-test child: with standard input closed, the raw socket becomes descriptor 0.
+void SendWithStandardInputClosed()
+{
+    ::close(0);
+    Ping::Send("127.0.0.1", 0, 1);
+    std::fprintf(stderr, "descriptor 0 %s", ::fcntl(0, F_GETFD) == -1 ? "closed" : "open");
+    std::_Exit(0);
 }
 
 // Runs in a death-test child: a count of 0 must never return.
@@ -175,22 +148,13 @@ TEST(DnsLookupTest, ResolvesLoopbackNamesAndLogsTheLiteralPercentSOnFailure)
     EXPECT_TRUE(capture.Contains(ResolvingLine, 6));
     EXPECT_FALSE(capture.Contains(ResolveFailedLine));
     capture.Clear();
-
     sockaddr_in address{};
     address.sin_port = htons(4242);
-
     EXPECT_EQ(dns_lookup(UnresolvableHost, &address), nullptr);
     EXPECT_EQ(address.sin_port, htons(4242)) << "a failed lookup leaves the address alone";
     // Deliberate: the error template has no placeholder, so "%s" stands and the name never appears.
-    const long resolving = capture.IndexOf(ResolvingLine);
-    const long failed = capture.IndexOf(ResolveFailedLine);
-    ASSERT_GE(resolving, 0);
-    ASSERT_GT(failed, resolving);
-    EXPECT_EQ(capture.Records()[static_cast<std::size_t>(failed)].Level, 3);
-    for (const std::string& message : capture.Messages())
-    {
-        EXPECT_EQ(message.find(UnresolvableHost), std::string::npos) << message;
-    }
+    EXPECT_EQ(capture.Messages(), (std::vector<std::string>{ResolvingLine, ResolveFailedLine}));
+    EXPECT_TRUE(capture.Contains(ResolveFailedLine, 3));
     EXPECT_EQ(dns_lookup(nullptr, &address), nullptr);
     EXPECT_EQ(dns_lookup("localhost", nullptr), nullptr);
     EXPECT_EQ(capture.Count(ResolveFailedLine), 3U);
@@ -230,12 +194,9 @@ TEST(PingTest, CountOneOrFiftySixSendsOneWellFormedRequestAndCountsTheReply)
     {
         SCOPED_TRACE(count);
         IcmpCapture wire;
-        ASSERT_TRUE(wire.IsOpen());
         const std::size_t descriptorsBefore = VantrelTest::CountOpenDescriptors();
         LogCapture capture;
-
         const Ping::Result result = Ping::Send(host, 12345, count);
-
         EXPECT_EQ(result.value, 0);
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(VantrelTest::CountOpenDescriptors(), descriptorsBefore) << "the raw socket is closed";
@@ -271,7 +232,6 @@ TEST(PingTest, UnreachableTargetReportsFullLoss)
     LogCapture capture;
     // The namespace has loopback only, so the request cannot leave: the send fails and nothing counts.
     const Ping::Result result = Ping::Send("10.77.0.1", 0, 1);
-
     EXPECT_EQ(result.status, 0);
     ExpectSummary(capture, "1 packets sent, 0 packets received, 100 percent packet loss.");
     EXPECT_EQ(capture.Count(ReverseFailedLine), 1U);
@@ -281,9 +241,7 @@ TEST(PingTest, UnresolvableHostIsStatus11018WithoutSending)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
     IcmpCapture wire;
-    ASSERT_TRUE(wire.IsOpen());
     LogCapture capture;
-
     const Ping::Result result = Ping::Send(UnresolvableHost, 0, 1);
 
     EXPECT_EQ(result.value, 0);
@@ -296,25 +254,13 @@ TEST(PingTest, UnresolvableHostIsStatus11018WithoutSending)
 TEST(PingTest, WithoutRawSocketPrivilegeIsStatus11004)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    const std::size_t descriptorsBefore = VantrelTest::CountOpenDescriptors();
-    LogCapture capture;
-    {
-        WithoutRawSocketCapability unprivileged;
-        ASSERT_TRUE(unprivileged.Dropped());
-        const int probe = ::socket(AF_INET, SOCK_RAW, IPPROTO_ICMP);
-        if (probe >= 0)
-        {
-            ::close(probe);
-        }
-        ASSERT_LT(probe, 0) << "CAP_NET_RAW is still in force";
+    EXPECT_EXIT(SendWithoutPrivilege(), testing::ExitedWithCode(0), "value 0 status 11004");
+}
 
-        const Ping::Result result = Ping::Send("127.0.0.1", 0, 1);
-
-        EXPECT_EQ(result.value, 0);
-        EXPECT_EQ(result.status, 11004);
-    }
-    EXPECT_TRUE(SummaryLines(capture).empty());
-    EXPECT_EQ(VantrelTest::CountOpenDescriptors(), descriptorsBefore);
+TEST(PingTest, RawSocketIsClosedEvenAsDescriptorZero)
+{
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    EXPECT_EXIT(SendWithStandardInputClosed(), testing::ExitedWithCode(0), "descriptor 0 closed");
 }
 
 TEST(PingTest, CountZeroEndsTheProcessWithIllegalInstruction)
