@@ -2,6 +2,7 @@
 #include "VantrelBase/Net/ServerBase.hpp"
 
 #include "FrameTestSupport.hpp"
+#include "Support/JoinLimit.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ProcessStatus.hpp"
 
@@ -19,10 +20,10 @@
 #include <thread>
 #include <vector>
 
-using Qib::System::Commons::Threading::Thread;
 using VantrelBase::Net::IServer;
 using VantrelBase::Net::ServerBase;
 using VantrelTest::Eventually;
+using VantrelTest::JoinLimit;
 using VantrelTest::LogCapture;
 using Clock = std::chrono::steady_clock;
 
@@ -68,13 +69,6 @@ protected:
             onWork(*this, pass);
         }
     }
-};
-
-// Sets the host's join limit for one test.
-struct JoinLimit
-{
-    explicit JoinLimit(unsigned long milliseconds) { Thread::SetJoinLimit(milliseconds); }
-    ~JoinLimit() { Thread::SetJoinLimit(1000); }
 };
 
 long long MillisecondsSince(Clock::time_point start)
