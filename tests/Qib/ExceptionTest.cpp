@@ -8,24 +8,14 @@
 
 #include <string>
 
-TEST(ExceptionTest, TemplateIsFilledPositionally)
+TEST(ExceptionTest, TemplateIsFilledPositionallyAndKeptWhenItCannotBe)
 {
     const Qib::Exception exception("{1} before {0}", Qib::String("zero"), 1);
     EXPECT_EQ(exception.GetMessage(), "1 before zero");
     EXPECT_STREQ(exception.what(), "1 before zero");
-}
-
-TEST(ExceptionTest, PlainMessageIsNotFormatted)
-{
     // Braces in a message without arguments are text, not placeholders.
-    const Qib::Exception exception(std::string("value {0} stays"));
-    EXPECT_EQ(exception.GetMessage(), "value {0} stays");
-}
-
-TEST(ExceptionTest, TemplateThatCannotBeFormattedIsKeptAsItStands)
-{
-    const Qib::Exception exception("needs {3}", 1);
-    EXPECT_EQ(exception.GetMessage(), "needs {3}");
+    EXPECT_EQ(Qib::Exception(std::string("value {0} stays")).GetMessage(), "value {0} stays");
+    EXPECT_EQ(Qib::Exception("needs {3}", 1).GetMessage(), "needs {3}");
 }
 
 TEST(ExceptionTest, DerivedExceptionsAreCaughtAsHostAndStandardExceptions)
