@@ -228,20 +228,16 @@ TEST(ThreadTest, DestroyingARunningThreadTerminatesIt)
 
 TEST(ThreadTest, ExceptionLeavingTheBodyIsLoggedOnlyWhenThereIsARootLogger)
 {
-    const std::vector<std::pair<Thread::Body, std::string>> throwers{
-        {[](void*) { throw std::runtime_error("disk on fire"); }, "disk on fire"}, {[](void*) { throw 42; }, "Unknown exception"}};
+    const std::pair<Thread::Body, std::string> throwers[] = {
+        {[](void*) { throw std::runtime_error("disk on fire"); }, "disk on fire"},
+        {[](void*) { throw 42; }, "Unknown exception"}};
     for (const auto& [body, reason] : throwers)
     {
         VantrelTest::LogCapture capture;
         Thread thread(ThreadSettings("Thrower"), body, nullptr);
         thread.Start();
         EXPECT_TRUE(thread.Join());
-        const auto records = capture.Records();
-        ASSERT_EQ(records.size(), 1U);
-        EXPECT_EQ(records[0].Level, 3);
-        EXPECT_EQ(records[0].LoggerName, "Root");
-        EXPECT_NE(records[0].Message.find("Thrower"), std::string::npos) << records[0].Message;
-        EXPECT_NE(records[0].Message.find(reason), std::string::npos) << records[0].Message;
+        EXPECT_TRUE(capture.Contains("Thread Thrower ended by an unhandled exception: " + reason, 3));
     }
     VantrelTest::LogCapture capture;
     const auto root = Log::rootLogAdapterPtr;
