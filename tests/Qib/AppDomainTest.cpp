@@ -1,11 +1,11 @@
 // Tests of the application domain's registry of process-wide objects.
 #include "Qib/AppDomain.hpp"
 
+#include "Support/Concurrency.hpp"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
 
 namespace AppDomainSamples
 {
@@ -48,24 +48,16 @@ TEST(AppDomainTest, ConcurrentLookupsAndRegistrationsAreSafe)
     Other other;
     domain.RegisterSingleton(registry);
     std::atomic<int> misses{0};
-    std::vector<std::thread> readers;
-    for (int t = 0; t < 3; ++t)
-    {
-        readers.emplace_back([&] {
-            for (int i = 0; i < 2000; ++i)
+    VantrelTest::RunConcurrently(3, [&](int index) {
+        for (int i = 0; i < 2000; ++i)
+        {
+            if (index == 0)
             {
-                misses += domain.TryGetSingleton<Registry>() != &registry ? 1 : 0;
+                domain.RegisterSingleton(other);
+                domain.UnregisterSingleton<Other>();
             }
-        });
-    }
-    for (int i = 0; i < 2000; ++i)
-    {
-        domain.RegisterSingleton(other);
-        domain.UnregisterSingleton<Other>();
-    }
-    for (std::thread& reader : readers)
-    {
-        reader.join();
-    }
+            misses += domain.TryGetSingleton<Registry>() != &registry ? 1 : 0;
+        }
+    });
     EXPECT_EQ(misses.load(), 0);
 }

@@ -6,10 +6,10 @@
 #include "Qib/System/Acf/ComponentBase.hpp"
 #include "Qib/System/Acf/LibraryBase.hpp"
 
+#include "Support/Concurrency.hpp"
+
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
 
 using Qib::Plc::Commons::Domain::PlcDomainProxy;
 using namespace Qib::System::Acf;
@@ -43,20 +43,12 @@ TEST_F(PlcDomainProxyTest, ListsEveryRegistrationInOrderWithItsFlag)
 
 TEST_F(PlcDomainProxyTest, ConcurrentRegistrationsAreAllKept)
 {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-    {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 250; ++i)
-            {
-                proxy.RegisterComponent(first, true);
-                (void)proxy.GetRegisteredComponents();
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+    VantrelTest::RunConcurrently(4, [&](int) {
+        for (int i = 0; i < 250; ++i)
+        {
+            proxy.RegisterComponent(first, true);
+            (void)proxy.GetRegisteredComponents();
+        }
+    });
     EXPECT_EQ(proxy.GetRegisteredComponents().size(), 1000U);
 }

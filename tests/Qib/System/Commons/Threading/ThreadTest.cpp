@@ -6,6 +6,7 @@
 #include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
 #include "Qib/System/Commons/Net/Socket.hpp"
 #include "Qib/System/Commons/Threading/Mutex.hpp"
+#include "Support/Concurrency.hpp"
 #include "Support/IdlePipe.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
@@ -46,16 +47,6 @@ Thread::Body WaitFor(std::atomic<bool>& release)
             Thread::Sleep(1);
         }
     };
-}
-
-template <typename Condition>
-bool Eventually(Condition condition)
-{
-    for (int i = 0; i < 5000 && !condition(); ++i)
-    {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return condition();
 }
 
 } // namespace
@@ -116,7 +107,7 @@ TEST(ThreadTest, JoinGivesUpAfterTheJoinLimitAndTheThreadGoesOn)
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(100));
     EXPECT_TRUE(thread.IsRunning());
     release = true;
-    EXPECT_TRUE(Eventually([&] { return !thread.IsRunning(); }));
+    EXPECT_TRUE(VantrelTest::Eventually([&] { return !thread.IsRunning(); }));
     EXPECT_TRUE(thread.IsJoinable()); // ended, but not yet joined
     Thread::SetJoinLimit(1000);
     EXPECT_TRUE(thread.Join());
@@ -156,7 +147,7 @@ TEST_P(ThreadTerminateTest, EndsTheThreadWhereItWaitsByUnwindingItsStack)
         returned = true;
     }, nullptr);
     thread.Start();
-    ASSERT_TRUE(Eventually([&] { return entered.load(); }));
+    ASSERT_TRUE(VantrelTest::Eventually([&] { return entered.load(); }));
     thread.Terminate();
     EXPECT_FALSE(thread.IsRunning());
     EXPECT_FALSE(thread.IsJoinable());
@@ -256,21 +247,13 @@ TEST(ThreadTest, ShortSleepsOnSeveralThreadsNeverEndEarly)
     EXPECT_GE(Clock::now() - longStart, std::chrono::milliseconds(20));
     // Each sleep asks to be woken early by what its thread learnt about the wake-up latency.
     std::atomic<int> early{0};
-    std::vector<std::thread> sleepers;
-    for (int i = 0; i < 4; ++i)
-    {
-        sleepers.emplace_back([&early] {
-            for (int n = 0; n < 150; ++n)
-            {
-                const auto start = Clock::now();
-                Thread::Sleep(1);
-                early += Clock::now() - start < std::chrono::milliseconds(1) ? 1 : 0;
-            }
-        });
-    }
-    for (auto& sleeper : sleepers)
-    {
-        sleeper.join();
-    }
+    VantrelTest::RunConcurrently(4, [&early](int) {
+        for (int n = 0; n < 150; ++n)
+        {
+            const auto start = Clock::now();
+            Thread::Sleep(1);
+            early += Clock::now() - start < std::chrono::milliseconds(1) ? 1 : 0;
+        }
+    });
     EXPECT_EQ(early, 0);
 }

@@ -4,6 +4,7 @@
 
 #include "Qib/System/Commons/ArgumentException.hpp"
 #include "Qib/System/Commons/Threading/Thread.hpp"
+#include "Support/Concurrency.hpp"
 #include "Support/IdlePipe.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ProcessStatus.hpp"
@@ -118,25 +119,17 @@ TEST(ThreadPoolTest, ConcurrentProducersLoseNoItem)
 {
     ThreadPool pool(2, 600, 0, 0);
     std::atomic<int> ran{0};
-    std::vector<std::thread> producers;
-    for (int p = 0; p < 3; ++p)
-    {
-        producers.emplace_back([&] {
-            std::vector<std::future<void>> futures;
-            for (int i = 0; i < 200; ++i)
-            {
-                futures.push_back(pool.QueueUserWorkItem([&ran] { ++ran; }));
-            }
-            for (auto& future : futures)
-            {
-                future.get();
-            }
-        });
-    }
-    for (auto& producer : producers)
-    {
-        producer.join();
-    }
+    VantrelTest::RunConcurrently(3, [&](int) {
+        std::vector<std::future<void>> futures;
+        for (int i = 0; i < 200; ++i)
+        {
+            futures.push_back(pool.QueueUserWorkItem([&ran] { ++ran; }));
+        }
+        for (auto& future : futures)
+        {
+            future.get();
+        }
+    });
     EXPECT_EQ(ran.load(), 600);
 }
 
@@ -210,10 +203,7 @@ TEST(ThreadPoolTest, NoQueuedItemRunsAfterDestruction)
                 std::this_thread::sleep_for(20ms);
             }));
         }
-        for (int i = 0; i < 10000 && startedCount < 2; ++i)
-        {
-            std::this_thread::sleep_for(1ms);
-        }
+        EXPECT_TRUE(VantrelTest::Eventually([&] { return startedCount >= 2; }));
     }
     const int startedAtDestruction = startedCount;
     EXPECT_LT(startedAtDestruction, itemCount) << "the pool ran the whole queue before stopping";

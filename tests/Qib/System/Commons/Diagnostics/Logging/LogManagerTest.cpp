@@ -3,6 +3,7 @@
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LoggerBase.hpp"
+#include "Support/Concurrency.hpp"
 #include "Support/IdlePipe.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ProcessStatus.hpp"
@@ -88,11 +89,7 @@ TEST(LogManagerTest, ABlockedSinkNeverHoldsUpAWriterAndTheDropsAreCountedInOrder
     LoggerBase logger("Sample.Logger");
     constexpr std::size_t Total = 2 * LogManager::MaxQueuedRecords;
     logger.Error("0");
-    for (int i = 0; i < 10000 && !entered; ++i)
-    {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    ASSERT_TRUE(entered);
+    ASSERT_TRUE(VantrelTest::Eventually([&] { return entered.load(); }));
     for (std::size_t i = 1; i < Total; ++i)
     {
         // Every fourth one an error: their loss is reported apart.

@@ -4,6 +4,7 @@
 
 #include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
+#include "Support/Concurrency.hpp"
 #include "Support/LogCapture.hpp"
 
 #include <fmt/format.h>
@@ -11,7 +12,6 @@
 
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 using Qib::System::Commons::Diagnostics::Logging::Log;
@@ -148,21 +148,13 @@ TEST(LoggerBaseTest, OnlyTheFirstNameCountsAlsoWhenThreadsNameAndLogAtOnce)
     LogCapture capture(8);
     LoggerBase logger;
     EXPECT_EQ(logger.GetName(), "");
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-    {
-        threads.emplace_back([&logger, t] {
-            logger.Initialize("Name" + std::to_string(t));
-            for (int i = 0; i < 100; ++i)
-            {
-                logger.Debug("{0}:{1}", t, i);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+    VantrelTest::RunConcurrently(4, [&logger](int t) {
+        logger.Initialize("Name" + std::to_string(t));
+        for (int i = 0; i < 100; ++i)
+        {
+            logger.Debug("{0}:{1}", t, i);
+        }
+    });
     EXPECT_EQ(capture.Records().size(), 400U);
     const std::string first = logger.GetName();
     EXPECT_EQ(first.rfind("Name", 0), 0U);
