@@ -38,17 +38,6 @@ struct Sentinel
     ~Sentinel() { flag = true; }
 };
 
-// A thread body that sleeps in 1 ms steps until `release` is set.
-Thread::Body WaitFor(std::atomic<bool>& release)
-{
-    return [&release](void*) {
-        while (!release)
-        {
-            Thread::Sleep(1);
-        }
-    };
-}
-
 } // namespace
 
 // Priority, affinity and stack size are requests: what the system refuses does not stop the body.
@@ -96,10 +85,15 @@ TEST(ThreadTest, StartsWithAsynchronousSignalsBlockedAndLeavesTheCallersMask)
     EXPECT_FALSE(VantrelTest::IsBlockedHere(SIGUSR1));
 }
 
-TEST(ThreadTest, JoinGivesUpAfterTheJoinLimitAndTheThreadGoesOn)
+TEST(ThreadTest, JoinGivesUpAfterTheJoinLimitAndTheThreadGoesOnUntilItsBodyReturns)
 {
     std::atomic<bool> release{false};
-    Thread thread(ThreadSettings("Slow"), WaitFor(release), nullptr);
+    Thread thread(ThreadSettings("Slow"), [&](void*) {
+        while (!release)
+        {
+            Thread::Sleep(1);
+        }
+    }, nullptr);
     Thread::SetJoinLimit(100);
     thread.Start();
     const auto start = Clock::now();
@@ -108,9 +102,10 @@ TEST(ThreadTest, JoinGivesUpAfterTheJoinLimitAndTheThreadGoesOn)
     EXPECT_TRUE(thread.IsRunning());
     release = true;
     EXPECT_TRUE(VantrelTest::Eventually([&] { return !thread.IsRunning(); }));
-    EXPECT_TRUE(thread.IsJoinable()); // ended, but not yet joined
     Thread::SetJoinLimit(1000);
-    EXPECT_TRUE(thread.Join());
+    EXPECT_TRUE(thread.IsJoinable()); // ended, but not yet joined: terminating it only reaps it
+    thread.Terminate();
+    EXPECT_FALSE(thread.IsJoinable());
 }
 
 // Where a thread may wait when it is terminated; it ends by unwinding its stack, releasing `held`.

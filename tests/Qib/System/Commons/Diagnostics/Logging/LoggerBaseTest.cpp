@@ -106,6 +106,7 @@ TEST(LoggerBaseTest, EveryLoggerWritesOnlyLevelsUpToTheProcessLevel)
         EXPECT_EQ(capture.Messages(), written) << "level " << level;
         EXPECT_EQ(LoggerBase::IsEnabled(LogLevel::Warning), level >= 5);
         EXPECT_EQ(LoggerBase::IsEnabled(6), level >= 6);
+        EXPECT_EQ(LoggerBase::IsEnabled(LogLevel::Off), level != 0);
     }
 }
 
