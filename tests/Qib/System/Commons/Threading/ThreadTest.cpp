@@ -15,9 +15,9 @@
 #include <gtest/gtest.h>
 #include <sys/select.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <stdexcept>
 #include <thread>
 
@@ -69,13 +69,11 @@ TEST(ThreadTest, RunsTheBodyOnceWithItsSettingsUnderItsCutSystemName)
 
 TEST(ThreadTest, StartsWithAsynchronousSignalsBlockedAndLeavesTheCallersMask)
 {
-    int openInside = 0;
+    const auto& signals = VantrelTest::AsynchronousSignals();
+    long openInside = -1;
     bool faultsOpen = false;
     Thread thread(ThreadSettings("Masked"), [&](void*) {
-        for (const int signal : VantrelTest::AsynchronousSignals())
-        {
-            openInside += VantrelTest::IsBlockedHere(signal) ? 0 : 1;
-        }
+        openInside = std::count_if(signals.begin(), signals.end(), [](int n) { return !VantrelTest::IsBlockedHere(n); });
         faultsOpen = !VantrelTest::IsBlockedHere(SIGSEGV);
     }, nullptr);
     thread.Start();
@@ -108,11 +106,42 @@ TEST(ThreadTest, JoinGivesUpAfterTheJoinLimitAndTheThreadGoesOnUntilItsBodyRetur
     EXPECT_FALSE(thread.IsJoinable());
 }
 
+namespace
+{
+
 // Where a thread may wait when it is terminated; it ends by unwinding its stack, releasing `held`.
+Mutex held(false);
+
+void SleepHoldingALock()
+{
+    Mutex::ScopedLock lock(held);
+    Thread::Sleep(60000);
+}
+
+void ReceiveOnASocket()
+{
+    Socket socket(SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::Blocking);
+    ASSERT_EQ(socket.Bind(IpAddress::Parse("127.0.0.1"), 0), SocketError::Success);
+    char buffer[16];
+    IpAddress address;
+    int port = 0;
+    SocketError error = SocketError::Success;
+    socket.ReceiveFrom(buffer, sizeof(buffer), address, port, error);
+}
+
+void SelectOnAnIdlePipe()
+{
+    const VantrelTest::IdlePipe pipe;
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(pipe.ReadEnd(), &readable);
+    ::select(pipe.ReadEnd() + 1, &readable, nullptr, nullptr, nullptr);
+}
+
 struct BlockingCall
 {
     const char* name;
-    std::function<void()> block;
+    void (*block)();
 };
 
 void PrintTo(const BlockingCall& call, std::ostream* out)
@@ -120,25 +149,24 @@ void PrintTo(const BlockingCall& call, std::ostream* out)
     *out << call.name;
 }
 
-class ThreadTerminateTest : public testing::TestWithParam<BlockingCall>
-{
-public:
-    static inline Mutex held{false};
-};
+} // namespace
+
+using ThreadTerminateTest = testing::TestWithParam<BlockingCall>;
 
 TEST_P(ThreadTerminateTest, EndsTheThreadWhereItWaitsByUnwindingItsStack)
 {
-    if (std::string(GetParam().name) == "SocketReceive")
+    if (GetParam().block == &ReceiveOnASocket)
     {
         VANTREL_REQUIRE_NETWORK_NAMESPACE();
     }
+    const auto block = GetParam().block;
     std::atomic<bool> entered{false};
     std::atomic<bool> unwound{false};
     std::atomic<bool> returned{false};
     Thread thread(ThreadSettings("Blocked"), [&](void*) {
         Sentinel sentinel{unwound};
         entered = true;
-        GetParam().block();
+        block();
         returned = true;
     }, nullptr);
     thread.Start();
@@ -152,32 +180,11 @@ TEST_P(ThreadTerminateTest, EndsTheThreadWhereItWaitsByUnwindingItsStack)
     held.Unlock();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Calls, ThreadTerminateTest,
-    testing::Values(BlockingCall{"SleepHoldingALock",
-                                 [] {
-                                     Mutex::ScopedLock lock(ThreadTerminateTest::held);
-                                     Thread::Sleep(60000);
-                                 }},
-                    BlockingCall{"SocketReceive",
-                                 [] {
-                                     Socket socket(SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::Blocking);
-                                     ASSERT_EQ(socket.Bind(IpAddress::Parse("127.0.0.1"), 0), SocketError::Success);
-                                     char buffer[16];
-                                     IpAddress address;
-                                     int port = 0;
-                                     SocketError error = SocketError::Success;
-                                     socket.ReceiveFrom(buffer, sizeof(buffer), address, port, error);
-                                 }},
-                    BlockingCall{"Select",
-                                 [] {
-                                     const VantrelTest::IdlePipe pipe;
-                                     fd_set readable;
-                                     FD_ZERO(&readable);
-                                     FD_SET(pipe.ReadEnd(), &readable);
-                                     ::select(pipe.ReadEnd() + 1, &readable, nullptr, nullptr, nullptr);
-                                 }}),
-    [](const testing::TestParamInfo<BlockingCall>& call) { return std::string(call.param.name); });
+INSTANTIATE_TEST_SUITE_P(Calls, ThreadTerminateTest,
+                         testing::Values(BlockingCall{"SleepHoldingALock", &SleepHoldingALock},
+                                         BlockingCall{"ReceiveOnASocket", &ReceiveOnASocket},
+                                         BlockingCall{"SelectOnAnIdlePipe", &SelectOnAnIdlePipe}),
+                         [](const testing::TestParamInfo<BlockingCall>& call) { return std::string(call.param.name); });
 
 TEST(ThreadTest, ThreadCanTerminateItselfAndTerminatingAnEndedThreadReturns)
 {

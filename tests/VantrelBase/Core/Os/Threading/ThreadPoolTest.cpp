@@ -84,9 +84,9 @@ TEST(ThreadPoolTest, ItemsRunOnPoolThreadsAndDeliverResultsAndExceptions)
 TEST(ThreadPoolTest, WorkersRunWithAsynchronousSignalsBlocked)
 {
     ThreadPool pool(2, 0, 0, 0);
-    auto open = pool.QueueUserWorkItem([] {
-        return std::count_if(VantrelTest::AsynchronousSignals().begin(), VantrelTest::AsynchronousSignals().end(),
-                             [](int signal) { return !VantrelTest::IsBlockedHere(signal); });
+    const auto& signals = VantrelTest::AsynchronousSignals();
+    auto open = pool.QueueUserWorkItem([&signals] {
+        return std::count_if(signals.begin(), signals.end(), [](int s) { return !VantrelTest::IsBlockedHere(s); });
     });
     EXPECT_EQ(open.get(), 0);
     EXPECT_FALSE(VantrelTest::IsBlockedHere(SIGTERM));
