@@ -6,6 +6,7 @@
 #include "Qib/System/Acf/ComponentBase.hpp"
 #include "Qib/System/Acf/LibraryBase.hpp"
 #include "Qib/System/Commons/ArgumentException.hpp"
+#include "Support/ExceptionMessage.hpp"
 
 #include <gtest/gtest.h>
 
@@ -45,18 +46,12 @@ TEST(ComponentFactoryTest, CreatesByTypeNameWithTheFirstCreatorGivenForIt)
     EXPECT_EQ(component->GetStartOrder(), 1U);
 }
 
-TEST(ComponentFactoryTest, UnknownNameThrowsArgumentExceptionNamingIt)
+TEST(ComponentFactoryTest, UnknownOrDifferentlyCasedNameThrowsArgumentExceptionNamingIt)
 {
     ComponentFactory factory;
     factory.AddFactoryMethod("Sample.Component", &Create<1>);
     Application application("App");
-    try
-    {
-        factory.CreateComponent(application, "Sample.component", "x");
-        FAIL() << "an unknown (differently cased) name created a component";
-    }
-    catch (const Qib::System::Commons::ArgumentException& exception)
-    {
-        EXPECT_NE(exception.GetMessage().find("Sample.component"), std::string::npos) << exception.what();
-    }
+    const auto create = [&] { factory.CreateComponent(application, "Sample.component", "x"); };
+    EXPECT_THROW(create(), Qib::System::Commons::ArgumentException);
+    EXPECT_NE(VantrelTest::ErrorOf(create).find("Sample.component"), std::string::npos);
 }
