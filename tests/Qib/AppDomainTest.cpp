@@ -1,11 +1,11 @@
 // Tests of the application domain's registry of process-wide objects.
 #include "Qib/AppDomain.hpp"
 
+#include "Support/Concurrency.hpp"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
 
 namespace AppDomainSamples
 {
@@ -23,50 +23,22 @@ using AppDomainSamples::Other;
 using AppDomainSamples::Registry;
 using Qib::AppDomain;
 
-TEST(AppDomainTest, AbsentTypeGivesNull)
+TEST(AppDomainTest, ObjectsAreFoundByTheirTypeInTheirOwnDomainUntilReplacedOrRemoved)
 {
     AppDomain domain;
-    EXPECT_EQ(domain.TryGetSingleton<Registry>(), nullptr);
-}
-
-TEST(AppDomainTest, RegisteredObjectIsFoundByItsTypeOnly)
-{
-    AppDomain domain;
-    Registry registry;
-    domain.RegisterSingleton(registry);
-    EXPECT_EQ(domain.TryGetSingleton<Registry>(), &registry);
-    EXPECT_EQ(domain.TryGetSingleton<Other>(), nullptr);
-}
-
-TEST(AppDomainTest, RegisteringAgainReplacesAndUnregisterRemoves)
-{
-    AppDomain domain;
+    AppDomain otherDomain;
     Registry first;
     Registry second;
+    EXPECT_EQ(domain.TryGetSingleton<Registry>(), nullptr);
     domain.RegisterSingleton(first);
+    EXPECT_EQ(domain.TryGetSingleton<Registry>(), &first);
+    EXPECT_EQ(domain.TryGetSingleton<Other>(), nullptr);
+    EXPECT_EQ(otherDomain.TryGetSingleton<Registry>(), nullptr);
     domain.RegisterSingleton(second);
     EXPECT_EQ(domain.TryGetSingleton<Registry>(), &second);
     domain.UnregisterSingleton<Registry>();
     EXPECT_EQ(domain.TryGetSingleton<Registry>(), nullptr);
     domain.UnregisterSingleton<Registry>(); // removing an absent type does nothing
-}
-
-TEST(AppDomainTest, DomainsAreIndependent)
-{
-    AppDomain one;
-    AppDomain two;
-    Registry registry;
-    one.RegisterSingleton(registry);
-    EXPECT_EQ(two.TryGetSingleton<Registry>(), nullptr);
-}
-
-TEST(AppDomainTest, DomainIsItselfASingleton)
-{
-    AppDomain::DisposeInstance();
-    EXPECT_THROW(AppDomain::GetInstance(), Qib::Exception);
-    AppDomain& domain = AppDomain::CreateInstance();
-    EXPECT_EQ(&AppDomain::GetInstance(), &domain);
-    AppDomain::DisposeInstance();
 }
 
 TEST(AppDomainTest, ConcurrentLookupsAndRegistrationsAreSafe)
@@ -76,27 +48,16 @@ TEST(AppDomainTest, ConcurrentLookupsAndRegistrationsAreSafe)
     Other other;
     domain.RegisterSingleton(registry);
     std::atomic<int> misses{0};
-    std::vector<std::thread> readers;
-    for (int t = 0; t < 3; ++t)
-    {
-        readers.emplace_back([&] {
-            for (int i = 0; i < 2000; ++i)
+    VantrelTest::RunConcurrently(3, [&](int index) {
+        for (int i = 0; i < 2000; ++i)
+        {
+            if (index == 0)
             {
-                if (domain.TryGetSingleton<Registry>() != &registry)
-                {
-                    ++misses;
-                }
+                domain.RegisterSingleton(other);
+                domain.UnregisterSingleton<Other>();
             }
-        });
-    }
-    for (int i = 0; i < 2000; ++i)
-    {
-        domain.RegisterSingleton(other);
-        domain.UnregisterSingleton<Other>();
-    }
-    for (std::thread& reader : readers)
-    {
-        reader.join();
-    }
+            misses += domain.TryGetSingleton<Registry>() != &registry ? 1 : 0;
+        }
+    });
     EXPECT_EQ(misses.load(), 0);
 }

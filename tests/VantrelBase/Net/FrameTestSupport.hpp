@@ -1,11 +1,9 @@
-// Helpers shared by the library frame tests: a clean library singleton and a bounded wait.
+// Helpers shared by the library frame tests: a clean library singleton and application domain.
 #pragma once
 
 #include "Qib/AppDomain.hpp"
 #include "VantrelBase/Net/NetLibrary.hpp"
 
-#include <chrono>
-#include <thread>
 
 namespace VantrelTest
 {
@@ -29,21 +27,5 @@ struct AppDomainInstance
 
     Qib::AppDomain& domain;
 };
-
-/// Waits until `condition` holds, at most `timeout`.
-template <typename Condition>
-bool Eventually(Condition condition, std::chrono::milliseconds timeout = std::chrono::seconds(10))
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 } // namespace VantrelTest

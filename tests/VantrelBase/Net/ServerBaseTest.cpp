@@ -2,6 +2,7 @@
 #include "VantrelBase/Net/ServerBase.hpp"
 
 #include "FrameTestSupport.hpp"
+#include "Support/Concurrency.hpp"
 #include "Support/JoinLimit.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ProcessStatus.hpp"

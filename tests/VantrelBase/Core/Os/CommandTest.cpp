@@ -1,4 +1,4 @@
-// Tests of the shell command runner: exit statuses and the inherited output.
+// Tests of the shell command runner: exit statuses, the shell's features and the inherited output.
 #include "VantrelBase/Core/Os/Command.hpp"
 
 #include <gtest/gtest.h>
@@ -7,48 +7,35 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <utility>
 
 using VantrelBase::Core::Os::Command;
 
-TEST(CommandTest, ExitStatusIsReturned)
+TEST(CommandTest, StatusIsTheExitStatusOr128PlusTheEndingSignal)
 {
+    ASSERT_EQ(::setenv("VANTREL_COMMAND_TEST", "42", 1), 0);
+    const std::pair<const char*, int> cases[] = {
+        {"exit 0", 0},
+        {"exit 3", 3},
+        {"false", 1},
+        {"test \"$(echo a b | wc -w)\" -eq 2 && exit 7", 7},
+        {"test \"$VANTREL_COMMAND_TEST\" = 42 && exit 9", 9},
+        {"no-such-command-for-vantrel-tests 2>/dev/null", 127},
+        {"kill -TERM $$", 128 + SIGTERM},
+        {"kill -KILL $$", 128 + SIGKILL},
+    };
     Command command;
-    EXPECT_EQ(command.Execute("exit 0"), 0);
-    EXPECT_EQ(command.Execute("exit 3"), 3);
-    EXPECT_EQ(command.Execute("true"), 0);
-    EXPECT_EQ(command.Execute("false"), 1);
-}
-
-TEST(CommandTest, LineRunsThroughTheShell)
-{
-    Command command;
-    EXPECT_EQ(command.Execute("test \"$(echo a b | wc -w)\" -eq 2 && exit 7"), 7);
-    EXPECT_EQ(command.Execute("no-such-command-for-vantrel-tests 2>/dev/null"), 127);
-}
-
-TEST(CommandTest, SignalEndingTheCommandGives128PlusItsNumber)
-{
-    Command command;
-    EXPECT_EQ(command.Execute("kill -TERM $$"), 128 + SIGTERM);
-    EXPECT_EQ(command.Execute("kill -KILL $$"), 128 + SIGKILL);
+    for (const auto& [line, status] : cases)
+    {
+        EXPECT_EQ(command.Execute(line), status) << line;
+    }
+    ::unsetenv("VANTREL_COMMAND_TEST");
 }
 
 TEST(CommandTest, OutputGoesToTheCallersStandardOutput)
 {
-    // The command's output is not captured: it appears on the caller's own standard output.
-    Command command;
     std::fflush(stdout);
     testing::internal::CaptureStdout();
-    const int status = command.Execute("echo vantrel-command-output");
-    const std::string output = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(output, "vantrel-command-output\n");
-}
-
-TEST(CommandTest, EnvironmentIsInherited)
-{
-    ASSERT_EQ(::setenv("VANTREL_COMMAND_TEST", "42", 1), 0);
-    Command command;
-    EXPECT_EQ(command.Execute("test \"$VANTREL_COMMAND_TEST\" = 42"), 0);
-    ::unsetenv("VANTREL_COMMAND_TEST");
+    EXPECT_EQ(Command().Execute("echo vantrel-command-output"), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "vantrel-command-output\n");
 }

@@ -1,13 +1,12 @@
-// Tests of file existence, deletion and moving, and of the errors they report.
+// Tests of file existence, deletion and moving, of folder creation, and of the errors they report.
 #include "Qib/System/Commons/Io/File.hpp"
 
-#include "System/Commons/Io/TemporaryFolder.hpp"
-#include "Support/ExceptionMessage.hpp"
-#include "Support/JoinLimit.hpp"
-
-#include "Qib/Exception.hpp"
 #include "Qib/System/Commons/Io/Directory.hpp"
 #include "Qib/System/Commons/Threading/Thread.hpp"
+#include "Support/ExceptionMessage.hpp"
+#include "Support/Files.hpp"
+#include "Support/JoinLimit.hpp"
+#include "Support/TempDirectory.hpp"
 
 #include <gtest/gtest.h>
 
@@ -18,161 +17,131 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
 
 using Qib::System::Commons::Io::Directory;
 using Qib::System::Commons::Io::File;
 using Qib::System::Commons::Threading::Thread;
 using Qib::System::Commons::Threading::ThreadSettings;
-using VantrelTest::TemporaryFolder;
 using VantrelTest::ErrorOf;
+using VantrelTest::ReadFile;
+using VantrelTest::WriteFile;
 
 namespace
 {
 
-testing::AssertionResult Names(const std::string& message, const std::string& text)
+// The error names every path given and the system's reason.
+testing::AssertionResult Names(const std::string& message, const std::vector<std::string>& texts)
 {
-    if (message.find(text) != std::string::npos)
+    for (const auto& text : texts)
     {
-        return testing::AssertionSuccess();
+        if (message.find(text) == std::string::npos)
+        {
+            return testing::AssertionFailure() << "'" << message << "' does not contain '" << text << "'";
+        }
     }
-    return testing::AssertionFailure() << "'" << message << "' does not contain '" << text << "'";
+    return testing::AssertionSuccess();
 }
 
 } // namespace
 
 TEST(FileTest, ExistsOnlyForRegularFiles)
 {
-    TemporaryFolder folder;
-    TemporaryFolder::Write(folder / "a.txt", "a");
+    VantrelTest::TempDirectory folder;
+    WriteFile(folder / "a.txt", "a");
     ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0644), 0);
     ASSERT_EQ(::symlink("/dev/null", (folder / "device").c_str()), 0);
     ASSERT_EQ(::symlink("a.txt", (folder / "link").c_str()), 0);
     EXPECT_TRUE(File::Exists(folder / "a.txt"));
     EXPECT_TRUE(File::Exists(folder / "link"));
-    EXPECT_FALSE(File::Exists(folder / "missing.txt"));
-    EXPECT_FALSE(File::Exists(folder.Path()));
-    EXPECT_FALSE(File::Exists(folder / "pipe"));
-    EXPECT_FALSE(File::Exists(folder / "device"));
-}
-
-TEST(FileTest, DeleteRemovesTheFile)
-{
-    TemporaryFolder folder;
-    TemporaryFolder::Write(folder / "a.txt", "a");
+    for (const char* name : {"missing.txt", "", "pipe", "device"})
+    {
+        EXPECT_FALSE(File::Exists(folder / name)) << name;
+    }
     File::Delete(folder / "a.txt");
     EXPECT_FALSE(File::Exists(folder / "a.txt"));
+    EXPECT_TRUE(Names(ErrorOf([&] { File::Delete(folder / "a.txt"); }), {folder / "a.txt", std::strerror(ENOENT)}));
 }
 
-TEST(FileTest, DeleteOfMissingFileNamesPathAndReason)
+TEST(FileTest, MoveReplacesOrRefusesAndCreatesTheFolderOnlyWhenAsked)
 {
-    TemporaryFolder folder;
-    const std::string message = ErrorOf([&] { File::Delete(folder / "missing.txt"); });
-    EXPECT_TRUE(Names(message, folder / "missing.txt"));
-    EXPECT_TRUE(Names(message, std::strerror(ENOENT)));
+    struct Case
+    {
+        const char* source;
+        const char* target;
+        bool overwrite;
+        bool createFolder;
+        int error; // 0: moved
+    };
+    const Case cases[] = {{"x.part", "x", true, false, 0},
+                          {"x.part", "x", false, false, EEXIST},
+                          {"x.part", "new/deeper/x", true, true, 0},
+                          {"x.part", "new/deeper/x", true, false, ENOENT},
+                          {"missing", "y", true, true, ENOENT}};
+    for (const Case& move : cases)
+    {
+        VantrelTest::TempDirectory folder;
+        WriteFile(folder / "x.part", "uploaded");
+        WriteFile(folder / "x", "old");
+        const auto source = folder / move.source;
+        const auto target = folder / move.target;
+        const auto targetBefore = ReadFile(target);
+        if (move.error == 0)
+        {
+            File::Move(source, target, move.overwrite, move.createFolder);
+            EXPECT_EQ(ReadFile(target), "uploaded") << move.target;
+            EXPECT_FALSE(File::Exists(source));
+            continue;
+        }
+        const std::string message = ErrorOf([&] { File::Move(source, target, move.overwrite, move.createFolder); });
+        EXPECT_TRUE(Names(message, {source, target, std::strerror(move.error)}));
+        EXPECT_EQ(ReadFile(target), targetBefore) << move.target;
+        EXPECT_EQ(File::Exists(source), std::string(move.source) == "x.part");
+    }
 }
 
-TEST(FileTest, MoveWithoutOverwriteRefusesAnExistingDestination)
+TEST(DirectoryTest, CreateMakesTheParentsOnlyWhenAskedAndNamesPathAndReasonOnFailure)
 {
-    TemporaryFolder folder;
-    TemporaryFolder::Write(folder / "source", "new");
-    TemporaryFolder::Write(folder / "target", "old");
-    const std::string message = ErrorOf([&] { File::Move(folder / "source", folder / "target", false, false); });
-    EXPECT_TRUE(Names(message, folder / "source"));
-    EXPECT_TRUE(Names(message, folder / "target"));
-    EXPECT_TRUE(Names(message, std::strerror(EEXIST)));
-    EXPECT_EQ(TemporaryFolder::Read(folder / "target"), "old");
-    EXPECT_TRUE(File::Exists(folder / "source"));
-}
-
-TEST(FileTest, MoveWithOverwriteReplacesTheDestination)
-{
-    TemporaryFolder folder;
-    TemporaryFolder::Write(folder / "x.part", "uploaded");
-    TemporaryFolder::Write(folder / "x", "old");
-    File::Move(folder / "x.part", folder / "x", true, true);
-    EXPECT_EQ(TemporaryFolder::Read(folder / "x"), "uploaded");
-    EXPECT_FALSE(File::Exists(folder / "x.part"));
-}
-
-TEST(FileTest, MoveCreatesMissingDestinationFolderOnlyWhenAsked)
-{
-    TemporaryFolder folder;
-    TemporaryFolder::Write(folder / "source", "data");
-    const std::string message =
-        ErrorOf([&] { File::Move(folder / "source", folder / "sub/deeper/target", true, false); });
-    EXPECT_TRUE(Names(message, std::strerror(ENOENT)));
-    EXPECT_TRUE(File::Exists(folder / "source"));
-
-    File::Move(folder / "source", folder / "sub/deeper/target", true, true);
-    EXPECT_EQ(TemporaryFolder::Read(folder / "sub/deeper/target"), "data");
-}
-
-TEST(FileTest, MoveOfMissingSourceNamesItAndTheReason)
-{
-    TemporaryFolder folder;
-    const std::string message = ErrorOf([&] { File::Move(folder / "nothing", folder / "target", true, true); });
-    EXPECT_TRUE(Names(message, folder / "nothing"));
-    EXPECT_TRUE(Names(message, std::strerror(ENOENT)));
-    EXPECT_FALSE(File::Exists(folder / "target"));
-}
-
-TEST(DirectoryTest, CreateWithParentsBuildsTheWholeChain)
-{
-    TemporaryFolder folder;
-    Directory::Create(folder / "a/b/c", true);
-    EXPECT_TRUE(Directory::Exists(folder / "a/b/c"));
-    Directory::Create(folder / "a/b/c", true); // an existing directory is fine
-    Directory::Create(folder / "a/b/c/", false);
-    EXPECT_TRUE(Directory::Exists(folder / "a/b/c"));
-}
-
-TEST(DirectoryTest, CreateWithoutParentsFailsOnAMissingParent)
-{
-    TemporaryFolder folder;
-    const std::string message = ErrorOf([&] { Directory::Create(folder / "x/y", false); });
-    EXPECT_TRUE(Names(message, folder / "x/y"));
-    EXPECT_TRUE(Names(message, std::strerror(ENOENT)));
+    const std::pair<const char*, bool> created[] = {{"a/b/c", true}, {"a/b/c", true}, {"a/b/c/d/", false}};
+    const std::tuple<const char*, bool, int> refused[] = {
+        {"x/y", false, ENOENT}, {"plain/sub", true, ENOTDIR}, {"plain", true, EEXIST}};
+    VantrelTest::TempDirectory folder;
+    WriteFile(folder / "plain", "not a folder");
+    for (const auto& [path, parents] : created)
+    {
+        Directory::Create(folder / path, parents);
+        EXPECT_TRUE(Directory::Exists(folder / path)) << path;
+    }
+    for (const auto& [path, parents, error] : refused)
+    {
+        const std::string full = folder / path;
+        const bool withParents = parents;
+        EXPECT_TRUE(Names(ErrorOf([&] { Directory::Create(full, withParents); }), {full, std::strerror(error)}));
+    }
     EXPECT_FALSE(Directory::Exists(folder / "x"));
-}
-
-TEST(DirectoryTest, CreateUnderAFileNamesPathAndReason)
-{
-    TemporaryFolder folder;
-    TemporaryFolder::Write(folder / "plain", "not a folder");
-    const std::string message = ErrorOf([&] { Directory::Create(folder / "plain/sub", true); });
-    EXPECT_TRUE(Names(message, folder / "plain/sub"));
-    EXPECT_TRUE(Names(message, std::strerror(ENOTDIR)));
-}
-
-TEST(DirectoryTest, CreateOnAnExistingFileFails)
-{
-    TemporaryFolder folder;
-    TemporaryFolder::Write(folder / "plain", "not a folder");
-    const std::string message = ErrorOf([&] { Directory::Create(folder / "plain", true); });
-    EXPECT_TRUE(Names(message, folder / "plain"));
-    EXPECT_TRUE(Names(message, std::strerror(EEXIST)));
     EXPECT_FALSE(Directory::Exists(folder / "plain"));
 }
 
 // A client may name a folder some two thousand levels deep; creating it must not need a deep stack.
 TEST(DirectoryTest, DeepPathOnASmallStackIsCreatedUpToThePathLimitAndRefusedBeyond)
 {
-    TemporaryFolder folder;
+    VantrelTest::TempDirectory folder;
     std::string deep = folder.Path();
     while (deep.size() + 2 < PATH_MAX)
     {
         deep += "/d";
     }
-    const std::string tooDeep = deep + "/d";
     std::string refused;
     // Two thousand folders take seconds on a loaded machine with sanitizers: the join must wait.
     const VantrelTest::JoinLimit patient(60000);
     Thread thread(ThreadSettings("Deep", 0, 0, 128 * 1024), [&](void*) {
         Directory::Create(deep, true);
-        refused = ErrorOf([&] { Directory::Create(tooDeep, true); });
+        refused = ErrorOf([&] { Directory::Create(deep + "/d", true); });
     }, nullptr);
     thread.Start();
     ASSERT_TRUE(thread.Join());
     EXPECT_TRUE(Directory::Exists(deep));
-    EXPECT_TRUE(Names(refused, std::strerror(ENAMETOOLONG)));
+    EXPECT_TRUE(Names(refused, {std::strerror(ENAMETOOLONG)}));
 }

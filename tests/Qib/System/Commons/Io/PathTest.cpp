@@ -3,48 +3,33 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+
 using Qib::String;
 using Qib::System::Commons::Io::Path;
 
-TEST(PathTest, CombineJoinsWithExactlyOneSeparator)
+// A request path always begins with "/"; it must stay inside the home directory.
+TEST(PathTest, CombineJoinsWithOneSeparatorAndKeepsARootedRightPieceUnderTheLeft)
 {
-    EXPECT_EQ(Path::Combine("a", "b"), String("a/b"));
-    EXPECT_EQ(Path::Combine("a/", "b"), String("a/b"));
-    EXPECT_EQ(Path::Combine("a", "/b"), String("a/b"));
-    EXPECT_EQ(Path::Combine("a/", "/b"), String("a/b"));
-    EXPECT_EQ(Path::Combine("/srv/tftp", "cfg/x.xml"), String("/srv/tftp/cfg/x.xml"));
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"a", "b", "a/b"},           {"a/", "b", "a/b"},       {"a", "/b", "a/b"},
+        {"a/", "/b", "a/b"},         {"/srv/tftp", "/x.xml", "/srv/tftp/x.xml"},
+        {"/", "/x.xml", "/x.xml"},   {"", "/a/b.txt", "/a/b.txt"}, {"/srv", "", "/srv"},
+        {"", "", ""},                {"/srv", "/../etc", "/srv/../etc"}};
+    for (const auto& [left, right, combined] : cases)
+    {
+        EXPECT_EQ(Path::Combine(left, right), String(combined)) << left << " + " << right;
+    }
 }
 
-TEST(PathTest, CombineKeepsARootedRightPieceUnderTheLeft)
+TEST(PathTest, DirectoryNameIsTheTextBeforeTheLastSeparator)
 {
-    // A request path always begins with "/"; it must stay inside the home directory.
-    EXPECT_EQ(Path::Combine("/srv/tftp", "/x.xml"), String("/srv/tftp/x.xml"));
-    EXPECT_EQ(Path::Combine("/", "/x.xml"), String("/x.xml"));
-}
-
-TEST(PathTest, CombineWithAnEmptyPieceGivesTheOther)
-{
-    EXPECT_EQ(Path::Combine("", "/a/b.txt"), String("/a/b.txt"));
-    EXPECT_EQ(Path::Combine("/srv", ""), String("/srv"));
-    EXPECT_EQ(Path::Combine("", ""), String(""));
-}
-
-TEST(PathTest, CombineLeavesParentComponentsAlone)
-{
-    EXPECT_EQ(Path::Combine("/srv", "/../etc"), String("/srv/../etc"));
-}
-
-TEST(PathTest, DirectoryNameIsTextBeforeLastSeparator)
-{
-    EXPECT_EQ(Path::GetDirectoryName("/srv/tftp/x.xml.part"), String("/srv/tftp"));
-    EXPECT_EQ(Path::GetDirectoryName("a/b"), String("a"));
-    EXPECT_EQ(Path::GetDirectoryName("a/b/"), String("a/b"));
-}
-
-TEST(PathTest, DirectoryNameOfBareNameAndRootEntries)
-{
-    EXPECT_EQ(Path::GetDirectoryName("x.xml"), String(""));
-    EXPECT_EQ(Path::GetDirectoryName(""), String(""));
-    EXPECT_EQ(Path::GetDirectoryName("/x.xml"), String("/"));
-    EXPECT_EQ(Path::GetDirectoryName("/"), String("/"));
+    const std::pair<const char*, const char*> cases[] = {{"/srv/tftp/x.xml.part", "/srv/tftp"}, {"a/b", "a"},
+                                                         {"a/b/", "a/b"}, {"x.xml", ""}, {"", ""}, {"/x.xml", "/"},
+                                                         {"/", "/"}};
+    for (const auto& [path, directory] : cases)
+    {
+        EXPECT_EQ(Path::GetDirectoryName(path), String(directory)) << path;
+    }
 }
