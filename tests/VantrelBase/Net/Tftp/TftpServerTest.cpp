@@ -1,9 +1,7 @@
-// Tests of the TFTP server through UDP traffic in the test's own network namespace: dialogues of
-// datagrams and their replies, sessions and their time-outs, files at the edges, hostile input and
-// the real clients installed on the machine.
+// Tests of the TFTP server: how it takes its time-out and maps requested paths, then, through UDP
+// traffic in the test's own network namespace, dialogues of datagrams and their replies, sessions
+// and their time-outs, files at the edges, hostile input and the real clients installed here.
 #include "VantrelBase/Net/Tftp/TftpServer.hpp"
-
-#include "TftpTestSupport.hpp"
 
 #include "Qib/System/Commons/Net/IpAddress.hpp"
 #include "Qib/System/Commons/Net/Socket.hpp"
@@ -32,11 +30,23 @@ namespace
 {
 
 using namespace VantrelTest;
-using namespace VantrelTest::Tftp;
 using namespace std::chrono_literals;
 using Qib::System::Commons::Net::IpAddress;
 using Qib::System::Commons::Net::Socket;
+using VantrelBase::Net::Tftp::Configuration::HomePathSetting;
+using Settings = VantrelBase::Net::Tftp::Configuration::TftpServerSettings;
 namespace fs = std::filesystem;
+
+// Opens the protected operations of the server to the tests.
+class TestServer : public VantrelBase::Net::Tftp::TftpServer
+{
+public:
+    using TftpServer::TftpServer;
+    using TftpServer::GetAbsoluteFilepath;
+    using TftpServer::GetTimeout;
+    using TftpServer::HandleReadRequest;
+    using TftpServer::HandleWriteRequest;
+};
 
 const std::string Unexpected = Error(4, "Unexpected packet.");
 const std::string NotFound = Error(1, "File not found.");
@@ -107,6 +117,51 @@ protected:
     TempDirectory home;
     std::unique_ptr<TestServer> server;
 };
+
+TEST_F(TftpServerTest, TimeoutZeroMeansTenAndLargeValuesAreCapped)
+{
+    const std::pair<std::uint16_t, std::uint16_t> cases[] = {{0, 10}, {1, 1}, {255, 255}, {256, 255}, {65535, 255}};
+    for (const auto& [given, taken] : cases)
+    {
+        Settings settings;
+        settings.Timeout = given;
+        settings.ThreadCount = 1;
+        EXPECT_EQ(TestServer(settings).GetTimeout(), taken) << "setting " << given;
+    }
+}
+
+TEST_F(TftpServerTest, RequestedPathsMapOntoTheHomeOrTheFirstMatchingAlias)
+{
+    struct Case
+    {
+        std::vector<HomePathSetting> homes;
+        std::string requested;
+        std::string mapped;
+    };
+    const Case cases[] = {
+        {{{"/", "/srv/d"}}, "a\\b\\c.txt", "/srv/d/a/b/c.txt"},
+        {{{"/", "/srv/d"}, {"/cfg", "/etc/c"}}, "/cfg/x.xml", "/etc/c/x.xml"},
+        {{{"/", "/srv/d"}, {"/cfg", "/etc/c"}}, "cfg\\sub\\x.xml", "/etc/c/sub/x.xml"},
+        // Deliberately a plain, case-sensitive text prefix: no slash is needed behind the alias.
+        {{{"/log", "/var/l"}}, "/logbook.txt", "/var/l/book.txt"},
+        {{{"/Log", "/var/l"}, {"/", "/d"}}, "/log/x", "/d/log/x"},
+        {{{"/a", "/one"}, {"/ab", "/two"}}, "/abc", "/one/bc"},
+        {{{"/ab", "/two"}, {"/a", "/one"}}, "/abc", "/two/c"},
+        {{{"/", "/first"}, {"/", "/second"}}, "f", "/second/f"},
+        {{{"/", "/first"}, {"/x", "/alias"}, {"/", "/later"}}, "/y", "/later/y"},
+        {{}, "dir\\f.bin", "/dir/f.bin"},
+        {{}, "", "/"},
+        // Deliberate, and a documented risk: parent components are passed on.
+        {{{"/", "/srv"}}, "../etc/passwd", "/srv/../etc/passwd"},
+    };
+    for (const auto& c : cases)
+    {
+        Settings settings;
+        settings.HomePaths = c.homes;
+        settings.ThreadCount = 1;
+        EXPECT_EQ(TestServer(settings).GetAbsoluteFilepath(c.requested), c.mapped) << c.requested;
+    }
+}
 
 // What a step of a dialogue may look at once its reply arrived.
 struct Context
