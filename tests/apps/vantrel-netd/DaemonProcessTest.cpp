@@ -2,7 +2,9 @@
 #include "DaemonProcess.hpp"
 
 #include "Support/NetworkNamespace.hpp"
-#include "VantrelBase/Net/Tftp/TftpTestSupport.hpp"
+#include "Support/Files.hpp"
+#include "Support/TftpDatagrams.hpp"
+#include "Support/UdpClient.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

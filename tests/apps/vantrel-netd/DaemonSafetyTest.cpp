@@ -3,7 +3,9 @@
 #include "DaemonProcess.hpp"
 
 #include "Support/PeerNamespace.hpp"
-#include "../../VantrelBase/Net/Tftp/TftpTestSupport.hpp"
+#include "Support/Files.hpp"
+#include "Support/TftpDatagrams.hpp"
+#include "Support/UdpClient.hpp"
 #include "Support/NetworkNamespace.hpp"
 
 #include <gtest/gtest.h>
