@@ -1,14 +1,14 @@
 // Installs the build into a private prefix, then builds and runs the consumer example and the
 // installed daemon from there.
+#include "Support/Files.hpp"
 #include "Support/NetworkNamespace.hpp"
+#include "Support/TempDirectory.hpp"
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace fs = std::filesystem;
 using VantrelTest::Shell;
@@ -16,32 +16,31 @@ using VantrelTest::Shell;
 namespace
 {
 
-std::string Read(const fs::path& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
-}
-
 class InstalledPackageTest : public testing::Test
 {
 protected:
-    void SetUp() override
+    InstalledPackageTest()
     {
-        root = fs::temp_directory_path() / ("vantrel-install-" + std::to_string(::getpid()));
-        fs::remove_all(root);
         fs::create_directories(root / "served");
         fs::create_directories(root / "client");
-        std::ofstream(root / "served" / "boot.txt") << "served by the installed library\n";
+        VantrelTest::WriteFile(root / "served" / "boot.txt", "served by the installed library\n");
     }
 
-    void TearDown() override { fs::remove_all(root); }
-
+    std::string Read(const fs::path& path) const { return VantrelTest::ReadFile(path.string()).value_or(""); }
     int Run(const std::string& command) { return Shell(command + " >>'" + (root / "commands.log").string() + "' 2>&1"); }
     std::string CommandLog() const { return Read(root / "commands.log"); }
+    // Waits (bounded) until the file at `path` holds `text`; its content.
+    std::string WaitFor(const fs::path& path, const std::string& text) const
+    {
+        for (int attempt = 0; attempt < 100 && Read(path).find(text) == std::string::npos; ++attempt)
+        {
+            usleep(100000);
+        }
+        return Read(path);
+    }
 
-    fs::path root;
+    VantrelTest::TempDirectory scratch;
+    fs::path root{scratch.Path()};
 };
 
 } // namespace
@@ -78,11 +77,8 @@ TEST_F(InstalledPackageTest, TheConsumerExampleBuildsAgainstTheInstalledPackageA
         }
     }
     EXPECT_EQ(Read(root / "client" / "boot.txt"), "served by the installed library\n");
-    for (int attempt = 0; attempt < 100 && Read(root / "consumer.log").find("stopped") == std::string::npos; ++attempt)
-    {
-        usleep(100000);
-    }
-    EXPECT_NE(Read(root / "consumer.log").find("stopped"), std::string::npos) << Read(root / "consumer.log");
+    const std::string consumerLog = WaitFor(root / "consumer.log", "stopped");
+    EXPECT_NE(consumerLog.find("stopped"), std::string::npos) << consumerLog;
 
     // The installed daemon loads the library from the install layout beside it.
     const std::string daemon = (prefix / "bin" / "vantrel-netd").string();
@@ -95,22 +91,14 @@ TEST_F(InstalledPackageTest, TheConsumerExampleBuildsAgainstTheInstalledPackageA
               0)
         << CommandLog();
     EXPECT_EQ(Shell("env -u LD_LIBRARY_PATH '" + viaPkgConfig + "' >/dev/null 2>&1"), 64);
-    std::ofstream(root / "netd.toml") << "[tftp]\n[[tftp.home]]\npath = \"served\"\n";
+    VantrelTest::WriteFile(root / "netd.toml", "[tftp]\n[[tftp.home]]\npath = \"served\"\n");
     ASSERT_EQ(Shell(daemon + " --config '" + (root / "netd.toml").string() + "' >'" + (root / "daemon.log").string() +
                     "' 2>&1 & echo $! >'" + (root / "daemon.pid").string() + "'"),
               0);
-    for (int attempt = 0; attempt < 100 && Read(root / "daemon.log").find("TFTP server on") == std::string::npos;
-         ++attempt)
-    {
-        usleep(50000);
-    }
-    EXPECT_NE(Read(root / "daemon.log").find("hosting " + (prefix / "bin").string() + "/../lib/libVantrelBase.Net.so"),
-              std::string::npos)
-        << Read(root / "daemon.log");
+    const std::string started = WaitFor(root / "daemon.log", "TFTP server on");
+    EXPECT_NE(started.find("hosting " + (prefix / "bin").string() + "/../lib/libVantrelBase.Net.so"), std::string::npos)
+        << started;
     Shell("kill -TERM $(cat '" + (root / "daemon.pid").string() + "')");
-    for (int attempt = 0; attempt < 100 && Read(root / "daemon.log").find("Stopped") == std::string::npos; ++attempt)
-    {
-        usleep(50000);
-    }
-    EXPECT_NE(Read(root / "daemon.log").find("Stopped"), std::string::npos) << Read(root / "daemon.log");
+    const std::string stopped = WaitFor(root / "daemon.log", "Stopped");
+    EXPECT_NE(stopped.find("Stopped"), std::string::npos) << stopped;
 }
