@@ -167,30 +167,9 @@ DaemonTest::DaemonTest() : root(scratch.Path())
     Write(root / "boot" / "image.bin", content);
 }
 
-void DaemonTest::Write(const fs::path& path, const std::string& text)
-{
-    WriteFile(path.string(), text);
-}
-
-std::string DaemonTest::Read(const fs::path& path)
-{
-    return ReadFile(path.string()).value_or("");
-}
-
 bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, std::size_t from)
 {
     return WaitUntil([&] { return Read(path).find(text, from) != std::string::npos; });
-}
-
-std::string DaemonTest::Config(const std::string& text)
-{
-    Write(root / "netd.toml", text);
-    return (root / "netd.toml").string();
-}
-
-std::string DaemonTest::TftpConfig(const std::string& home, bool write)
-{
-    return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home + "\"\n";
 }
 
 std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Support/CountOf.hpp"
+#include "Support/Files.hpp"
 #include "Support/TempDirectory.hpp"
 
 #include <gtest/gtest.h>
@@ -70,15 +71,22 @@ class DaemonTest : public testing::Test
 protected:
     DaemonTest();
 
-    static void Write(const std::filesystem::path& path, const std::string& text);
-    static std::string Read(const std::filesystem::path& path);
+    static void Write(const std::filesystem::path& path, const std::string& text) { WriteFile(path, text); }
+    static std::string Read(const std::filesystem::path& path) { return ReadFile(path).value_or(""); }
     /// The file holds `text` (from `from` on) within `timeout`.
     static bool WaitForFileText(const std::filesystem::path& path, const std::string& text, std::size_t from = 0);
 
     /// Writes config text into the scratch folder; its path.
-    std::string Config(const std::string& text);
+    std::string Config(const std::string& text)
+    {
+        Write(root / "netd.toml", text);
+        return root / "netd.toml";
+    }
     /// A [tftp] section serving `home` (relative to the config), uploads on or off.
-    static std::string TftpConfig(const std::string& home, bool write = false);
+    static std::string TftpConfig(const std::string& home, bool write = false)
+    {
+        return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home + "\"\n";
+    }
     /// A [bootp] section with `bootFile` and hosts 02:00:00:00:00:01.. at 10.77.0.2...
     static std::string BootpConfig(const std::string& bootFile, int hosts);
     /// A [control] section with the socket netd.sock beside the config.
