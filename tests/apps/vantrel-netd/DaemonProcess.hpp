@@ -85,7 +85,8 @@ protected:
     /// A [tftp] section serving `home` (relative to the config), uploads on or off.
     static std::string TftpConfig(const std::string& home, bool write = false)
     {
-        return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home + "\"\n";
+        return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home +
+               "\"\n";
     }
     /// A [bootp] section with `bootFile` and hosts 02:00:00:00:00:01.. at 10.77.0.2...
     static std::string BootpConfig(const std::string& bootFile, int hosts);

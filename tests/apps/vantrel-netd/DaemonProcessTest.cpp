@@ -314,7 +314,8 @@ TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
         {boot, {}, 77, "TFTP cannot bind UDP 0.0.0.0:69: permission denied", VantrelTest::AsNobody()},
         {unreachable, {"--check"}, 0, "home / -> " + (root / "boot").string()},
         {unreachable, {"--check"}, 0, "host 02:01:00:00:00:00 -> 10.77.0.3"},
-        {unreachable, {"--check"}, 0, "warning: " + config + ":11:7: bootp.hosts[1].mac: 02:01:00:00:00:00 cannot be found"},
+        {unreachable, {"--check"}, 0,
+         "warning: " + config + ":11:7: bootp.hosts[1].mac: 02:01:00:00:00:00 cannot be found"},
         {"", {"--config", VANTREL_SOURCE_DIRECTORY "/examples/vantrel-netd.toml", "--check"}, 0, "config OK"},
         {boot, {"--check", "--log-file", given}, 0, "log file: " + given + " (from --log-file, opened for appending)"},
         {"[logging]\nfile = \"given.log\"\n" + boot, {"--check"}, 0, "log file: " + given + " (from the config"},
@@ -330,7 +331,8 @@ TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
          "IFACE\n"},
         {TftpConfig("boot", true), {"--check", "--user", "nobody"}, 0,
          "user nobody cannot write the home folder " + (root / "boot").string()},
-        {"[tftp]\nretries = 3\n[[tftp.home]]\npath = \"boot\"\n", {"--check"}, 0, "tftp.retries: 3: a transfer that stalls"},
+        {"[tftp]\nretries = 3\n[[tftp.home]]\npath = \"boot\"\n", {"--check"}, 0,
+         "tftp.retries: 3: a transfer that stalls"},
     };
     for (const Run& run : runs)
     {

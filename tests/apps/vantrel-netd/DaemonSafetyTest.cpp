@@ -18,6 +18,7 @@
 
 using VantrelTest::CountOf;
 using VantrelTest::DaemonProcess;
+using VantrelTest::ReadFile;
 using VantrelTest::UdpClient;
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
@@ -39,8 +40,8 @@ std::map<std::string, std::string> Snapshot(const fs::path& folder, const std::s
             continue;
         }
         const fs::file_status status = entry->symlink_status();
-        entries[entry->path().string()] = fs::is_symlink(status)        ? "link " + fs::read_symlink(*entry).string()
-                                          : fs::is_regular_file(status) ? "file " + *VantrelTest::ReadFile(entry->path())
+        entries[entry->path().string()] = fs::is_symlink(status) ? "link " + fs::read_symlink(*entry).string()
+                                          : fs::is_regular_file(status) ? "file " + *ReadFile(entry->path())
                                                                         : "folder";
     }
     return entries;
@@ -89,11 +90,13 @@ TEST_P(HostilePathTest, NothingOutsideTheHomesIsReadOrWritten)
     arguments.insert(arguments.end(), GetParam().begin(), GetParam().end());
     auto daemon = StartDaemon(arguments);
 
-    for (const std::string& name : std::vector<std::string>{"../secret.txt", "../../outside/secret.txt", "..\\..\\outside\\secret.txt", "/../../outside/secret.txt",
-          "sub/../../../outside/secret.txt", ".//..//..//outside//secret.txt", "../../outside/./secret.txt",
-          "..\\../..\\outside/secret.txt", "/cfg../secret.txt", "/cfg/../../outside/secret.txt",
-          "/cfg..\\..\\outside\\secret.txt", "escape/secret.txt", "escape.txt", toRoot + secret, longClimb + secret,
-          std::string(4000, 'x'), toRoot + "etc/passwd"})
+    const std::vector<std::string> reads{
+        "../secret.txt", "../../outside/secret.txt", "..\\..\\outside\\secret.txt", "/../../outside/secret.txt",
+        "sub/../../../outside/secret.txt", ".//..//..//outside//secret.txt", "../../outside/./secret.txt",
+        "..\\../..\\outside/secret.txt", "/cfg../secret.txt", "/cfg/../../outside/secret.txt",
+        "/cfg..\\..\\outside\\secret.txt", "escape/secret.txt", "escape.txt", toRoot + secret, longClimb + secret,
+        std::string(4000, 'x'), toRoot + "etc/passwd"};
+    for (const std::string& name : reads)
     {
         UdpClient client;
         client.Send(VantrelTest::Request(1, name));
@@ -102,9 +105,11 @@ TEST_P(HostilePathTest, NothingOutsideTheHomesIsReadOrWritten)
         EXPECT_EQ(reply->raw.find("SECRET"), std::string::npos) << name.substr(0, 80);
         EXPECT_EQ(reply->raw.find("root:"), std::string::npos) << name.substr(0, 80);
     }
-    for (const std::string& name : std::vector<std::string>{"../planted.txt", "../../outside/planted.txt", "../../outside/secret.txt", "..\\..\\outside\\planted.txt",
-          "sub/../../../outside/planted.txt", "/cfg../planted.txt", "/cfg../secret.txt", "escape/planted.txt",
-          "escape/secret.txt", "../../planted/deep/file.txt", toRoot + planted.substr(1), longClimb + planted.substr(1)})
+    const std::vector<std::string> writes{
+        "../planted.txt", "../../outside/planted.txt", "../../outside/secret.txt", "..\\..\\outside\\planted.txt",
+        "sub/../../../outside/planted.txt", "/cfg../planted.txt", "/cfg../secret.txt", "escape/planted.txt",
+        "escape/secret.txt", "../../planted/deep/file.txt", toRoot + planted.substr(1), longClimb + planted.substr(1)};
+    for (const std::string& name : writes)
     {
         UdpClient client;
         client.Upload(name, "PLANTED\n");
@@ -157,7 +162,8 @@ TEST_F(DaemonSafetyTest, UserNobodyKeepsBootpAndTftpServingThroughAReload)
         EXPECT_EQ(Read(root / "client" / name), content) << "round " << round;
         if (round == 5)
         {
-            const std::string reply = peer.Output("timeout 30 bootpc --dev vnetd1 --returniffail --timeoutwait 10 2>&1");
+            const std::string reply =
+                peer.Output("timeout 30 bootpc --dev vnetd1 --returniffail --timeoutwait 10 2>&1");
             EXPECT_NE(reply.find("IPADDR='10.77.42.50'"), std::string::npos) << reply << daemon->StandardError();
             EXPECT_NE(reply.find("image.bin"), std::string::npos) << reply;
         }
