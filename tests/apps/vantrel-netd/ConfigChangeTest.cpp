@@ -13,14 +13,18 @@ using Qib::System::Commons::Net::IpAddress;
 namespace
 {
 
+BootpHost Host(const std::string& mac, const std::string& ip)
+{
+    return {mac, IpAddress::Parse(Qib::String(ip)), "", {}, ""};
+}
+
 Config Running()
 {
     Config config;
     config.Tftp.Enabled = true;
     config.Tftp.HomePaths = {{"/", "/srv/tftp"}};
     config.Bootp.Enabled = true;
-    config.Bootp.Hosts = {{"02:00:00:00:00:01", IpAddress::Parse("10.77.0.2"), "", {}, ""},
-                          {"02:00:00:00:00:02", IpAddress::Parse("10.77.0.3"), "", {}, ""}};
+    config.Bootp.Hosts = {Host("02:00:00:00:00:01", "10.77.0.2"), Host("02:00:00:00:00:02", "10.77.0.3")};
     return config;
 }
 
@@ -35,28 +39,18 @@ TEST(ConfigChangeTest, RestartsExactlyTheServersWhoseSettingsDifferAndSaysWhy)
     };
     const Case cases[] = {
         {[](Config&) {}, "bootp unchanged; tftp unchanged"},
-        {[](Config& c) {
-             c.Bootp.Hosts.push_back({"02:00:00:00:00:03", IpAddress::Parse("10.77.0.4"), "", {}, ""});
-             c.Bootp.BootFile = "pxelinux.0";
-         },
+        {[](Config& c) { c.Bootp.Hosts.push_back(Host("02:00:00:00:00:03", "10.77.0.4")); c.Bootp.BootFile = "x.0"; },
          "bootp: 1 host added, boot file changed; tftp unchanged"},
+        // Where an entry stands in the file (its key) is no setting.
         {[](Config& c) {
              c.Bootp.Hosts.erase(c.Bootp.Hosts.begin());
-             c.Bootp.Hosts[0].Address = IpAddress::Parse("10.77.0.9");
-             c.Bootp.Hosts[0].Key = "moved in the file";
+             c.Bootp.Hosts[0] = {c.Bootp.Hosts[0].MacAddress, IpAddress::Parse("10.77.0.9"), "moved", {}, ""};
          },
          "bootp: 1 host removed, 1 host changed; tftp unchanged"},
         {[](Config& c) { std::swap(c.Bootp.Hosts[0], c.Bootp.Hosts[1]); }, "bootp: hosts reordered; tftp unchanged"},
-        {[](Config& c) {
-             c.Tftp.HomePaths[0].Path = "/srv/other";
-             c.Tftp.Retries = 3;
-             c.Bootp.Timeout = 50;
-         },
+        {[](Config& c) { c.Tftp.HomePaths[0].Path = "/srv/other"; c.Tftp.Retries = 3; c.Bootp.Timeout = 50; },
          "bootp: timeout changed; tftp: homes changed, retries changed"},
-        {[](Config& c) {
-             c.Tftp.Enabled = false;
-             c.Logging.Level = 3;
-         },
+        {[](Config& c) { c.Tftp.Enabled = false; c.Logging.Level = 3; },
          "bootp unchanged; tftp: stopped; logging: level changed"},
     };
     for (const Case& item : cases)

@@ -5,12 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
-
-#include <filesystem>
-
 using VantrelTest::DaemonProcess;
-namespace fs = std::filesystem;
 
 namespace
 {
@@ -40,11 +35,6 @@ protected:
             ExpectOneLine(error);
         }
     }
-
-    std::unique_ptr<DaemonProcess> Start(const fs::path& config)
-    {
-        return StartDaemon({"--config", config.string()}, "Control socket");
-    }
 };
 
 } // namespace
@@ -52,14 +42,13 @@ protected:
 TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    const fs::path config = Config(TftpConfig("boot") + "[control]\nsocket = \"netd.sock\"\n[bootp]\n"
-                                   "hosts_file = \"hosts.csv\"\n"
-                                   "[[bootp.hosts]]\nmac = \"02:00:00:00:00:01\"\nip = \"10.77.0.2\"\n");
+    const std::string config = Config(TftpConfig("boot") + ControlConfig() + "[bootp]\nhosts_file = \"hosts.csv\"\n" +
+                                      "[[bootp.hosts]]\nmac = \"02:00:00:00:00:01\"\nip = \"10.77.0.2\"\n");
     Write(root / "plan.csv", "Hardware address;IP;Name\n\"0277000000AA\";10.77.0.20;press-1\n"
                              "02-77-00-00-00-ab ; 10.77.0.21 ; \n# spare\n");
     Write(root / "twice.csv", "02:77:00:00:00:30,10.77.0.30\n02-77-00-00-00-30,10.77.0.31,again\n");
     Write(root / "short.csv", "mac,ip\n02:77:00:00:00:40\n");
-    auto daemon = Start(config);
+    auto daemon = StartDaemon({"--config", config}, "Control socket");
     const std::string table = "the BOOTP table has ";
     const std::vector<AssignCase> steps{
         {{"assign", "02-77-00-00-00-10", "10.77.0.40", "--name", "press-3"}, 0, "assigned 1 device(s); " + table + "2"},
@@ -90,10 +79,9 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
     const std::string log = daemon->StandardError();
     EXPECT_EQ(log.find("TFTP server on UDP port 69"), log.rfind("TFTP server on UDP port 69")) << log;
     EXPECT_NE(log.find("Assignments changed: the BOOTP table has 4 entries (3 from"), std::string::npos) << log;
-    daemon->Signal(SIGTERM);
-    ASSERT_EQ(daemon->WaitForExit(), 0);
+    ASSERT_EQ(daemon->Stop(), 0);
 
-    daemon = Start(config);
+    daemon = StartDaemon({"--config", config}, "Control socket");
     EXPECT_TRUE(daemon->WaitForError("BOOTP server on 0.0.0.0:67 with 4 table entries")) << daemon->StandardError();
     Expect({{"assign", "02:77:00:00:00:13", "10.77.0.41"}, 65, "10.77.0.41 is given to 02:77:00:00:00:10 (press-3b"});
     Write(root / "hosts.csv", kept + "02:77:00:00:00:50,10.77.0.20,clash\n");
@@ -101,10 +89,9 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
     EXPECT_TRUE(daemon->WaitForError("Reload refused, the running servers go on: hosts file " + (root / "hosts.csv").string() +
                                      ":5: 10.77.0.20 is given to 02:77:00:00:00:AA"))
         << daemon->StandardError();
-    daemon->Signal(SIGTERM);
-    EXPECT_EQ(daemon->WaitForExit(), 0);
+    EXPECT_EQ(daemon->Stop(), 0);
     std::string error;
-    EXPECT_EQ(DaemonProcess::Run({"--config", config.string()}, &error), 78);
+    EXPECT_EQ(DaemonProcess::Run({"--config", config}, &error), 78);
     EXPECT_NE(error.find("hosts file " + (root / "hosts.csv").string() + ":5: 10.77.0.20 is given to"), std::string::npos)
         << error;
 }

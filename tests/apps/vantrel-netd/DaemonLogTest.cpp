@@ -4,54 +4,32 @@
 #include "RepeatCollapser.hpp"
 
 #include "Qib/System/Commons/Diagnostics/Logging/LoggerBase.hpp"
+#include "Support/CountOf.hpp"
+#include "Support/Files.hpp"
+#include "Support/TempDirectory.hpp"
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-
 using Qib::System::Commons::Diagnostics::Logging::LoggerBase;
 using VantrelNetd::RepeatCollapser;
-
-namespace
-{
-
-std::size_t CountIn(const std::string& text, const std::string& part)
-{
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-    {
-        ++count;
-    }
-    return count;
-}
-
-} // namespace
+using VantrelTest::CountOf;
 
 TEST(DaemonLogTest, TheLibrarysInfoLinesShowFromDebugAndItsRepeatsAreCollapsedUpToInfo)
 {
-    const std::string file =
-        (std::filesystem::temp_directory_path() / ("daemon-log-" + std::to_string(::getpid()) + ".log")).string();
+    const VantrelTest::TempDirectory folder;
     LoggerBase library;
     library.Initialize("VantrelBase.Net.Tftp.TftpServer");
     LoggerBase daemon;
     daemon.Initialize("VantrelNetd.Daemon");
-    struct Case
+    // Level; repeats of the library's warning shown out of RepeatCollapser::Allowed + 5; library info lines shown.
+    const std::tuple<int, std::size_t, std::size_t> cases[] = {{6, RepeatCollapser::Allowed, 0},
+                                                               {7, RepeatCollapser::Allowed + 5, 1}};
+    for (const auto& [level, repeats, libraryInfo] : cases)
     {
-        int level;
-        std::size_t repeats; // of the library's warning, out of RepeatCollapser::Allowed + 5
-        std::size_t libraryInfo;
-    };
-    const Case cases[] = {{6, RepeatCollapser::Allowed, 0}, {7, RepeatCollapser::Allowed + 5, 1}};
-    for (const Case& item : cases)
-    {
-        std::filesystem::remove(file);
+        const std::string file = folder / ("level-" + std::to_string(level) + ".log");
         {
             VantrelNetd::DaemonLog log;
-            log.Apply(item.level, VantrelNetd::LogTarget::File, file);
+            log.Apply(level, VantrelNetd::LogTarget::File, file);
             for (std::size_t line = 0; line < RepeatCollapser::Allowed + 5; ++line)
             {
                 library.Warning("Client {0} has transmitted a duplicate block number", line);
@@ -59,12 +37,9 @@ TEST(DaemonLogTest, TheLibrarysInfoLinesShowFromDebugAndItsRepeatsAreCollapsedUp
             library.Info("Main thread spawned");
             daemon.Info("Reload done");
         }
-        std::ifstream stream(file);
-        std::ostringstream text;
-        text << stream.rdbuf();
-        EXPECT_EQ(CountIn(text.str(), "has transmitted a duplicate block number"), item.repeats) << text.str();
-        EXPECT_EQ(CountIn(text.str(), "Main thread spawned"), item.libraryInfo) << text.str();
-        EXPECT_EQ(CountIn(text.str(), "Reload done"), 1U) << text.str();
+        const std::string text = VantrelTest::ReadFile(file).value_or("");
+        EXPECT_EQ(CountOf(text, "has transmitted a duplicate block number"), repeats) << text;
+        EXPECT_EQ(CountOf(text, "Main thread spawned"), libraryInfo) << text;
+        EXPECT_EQ(CountOf(text, "Reload done"), 1U) << text;
     }
-    std::filesystem::remove(file);
 }

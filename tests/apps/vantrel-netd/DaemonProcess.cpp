@@ -1,20 +1,13 @@
 // Runs the built vantrel-netd binary as a child process and watches its output and exit.
 #include "DaemonProcess.hpp"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
+#include "Support/Files.hpp"
 #include "Support/NetworkNamespace.hpp"
 
-#include <algorithm>
-#include <atomic>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+
 #include <stdexcept>
 #include <thread>
 
@@ -23,35 +16,33 @@ extern char** environ;
 namespace VantrelTest
 {
 
-namespace
-{
+namespace fs = std::filesystem;
 
-std::string ReadFile(const std::string& path)
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout)
 {
-    std::ifstream stream(path, std::ios::binary);
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return text.str();
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition())
+    {
+        if (std::chrono::steady_clock::now() >= deadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return true;
 }
 
-} // namespace
-
-std::string DaemonProcess::Binary()
+const std::vector<std::string>& AsNobody()
 {
-    return VANTREL_NETD_BINARY;
+    static const std::vector<std::string> words{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    return words;
 }
 
 DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix,
                              int standardError)
 {
-    static std::atomic<int> counter{0};
-    directory = (std::filesystem::temp_directory_path() /
-                 ("vantrel-netd-run-" + std::to_string(::getpid()) + "-" + std::to_string(counter++)))
-                    .string();
-    std::filesystem::create_directories(directory);
-
     std::vector<std::string> words = prefix;
-    words.push_back(Binary());
+    words.push_back(VANTREL_NETD_BINARY);
     words.insert(words.end(), arguments.begin(), arguments.end());
     std::vector<char*> argv;
     for (std::string& word : words)
@@ -63,16 +54,16 @@ DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const st
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 1, (directory + "/stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    posix_spawn_file_actions_addopen(&actions, 1, (directory / "stdout").c_str(), O_WRONLY | O_CREAT, 0644);
     if (standardError >= 0)
     {
         posix_spawn_file_actions_adddup2(&actions, standardError, 2);
     }
     else
     {
-        posix_spawn_file_actions_addopen(&actions, 2, (directory + "/stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                         0644);
+        posix_spawn_file_actions_addopen(&actions, 2, (directory / "stderr").c_str(), O_WRONLY | O_CREAT, 0644);
     }
+    // The test process blocks signals on some threads; the daemon starts with none blocked.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t none;
@@ -95,74 +86,54 @@ DaemonProcess::~DaemonProcess()
         ::kill(pid, SIGKILL);
         ::waitpid(pid, nullptr, 0);
     }
-    std::error_code ignored;
-    std::filesystem::remove_all(directory, ignored);
 }
 
 std::string DaemonProcess::StandardError() const
 {
-    return ReadFile(directory + "/stderr");
+    return ReadFile(directory / "stderr").value_or("");
 }
 
 std::string DaemonProcess::StandardOutput() const
 {
-    return ReadFile(directory + "/stdout");
+    return ReadFile(directory / "stdout").value_or("");
 }
 
 bool DaemonProcess::WaitForError(const std::string& text, std::chrono::milliseconds timeout, std::size_t from) const
 {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    for (;;)
-    {
-        if (StandardError().find(text, from) != std::string::npos)
-        {
-            return true;
-        }
-        if (std::chrono::steady_clock::now() >= deadline || HasEnded())
-        {
-            return StandardError().find(text, from) != std::string::npos;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
+    const auto shown = [&] { return StandardError().find(text, from) != std::string::npos; };
+    WaitUntil([&] { return shown() || HasEnded(); }, timeout);
+    return shown();
 }
 
 bool DaemonProcess::HasEnded() const
 {
-    if (ended)
-    {
-        return true;
-    }
     // Looks without reaping, so that WaitForExit still gets the status.
     siginfo_t info{};
-    return ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0;
-}
-
-void DaemonProcess::Signal(int signal) const
-{
-    ::kill(pid, signal);
+    return ended || ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG | WNOWAIT) != 0 ||
+           info.si_pid != 0;
 }
 
 int DaemonProcess::WaitForExit(std::chrono::milliseconds timeout)
 {
-    if (ended)
-    {
-        return status;
-    }
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
     int raw = 0;
-    while (::waitpid(pid, &raw, WNOHANG) == 0)
+    if (!ended && !WaitUntil([&] { return ::waitpid(pid, &raw, WNOHANG) != 0; }, timeout))
     {
-        if (std::chrono::steady_clock::now() >= deadline)
-        {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, &raw, 0);
-            ended = true;
-            return status = -1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+        raw = -1;
     }
-    ended = true;
-    return status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    if (!ended)
+    {
+        ended = true;
+        status = raw != -1 && WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    }
+    return status;
+}
+
+int DaemonProcess::Stop(int signal)
+{
+    ::kill(pid, signal);
+    return WaitForExit();
 }
 
 int DaemonProcess::Run(const std::vector<std::string>& arguments, std::string* standardError,
@@ -181,21 +152,14 @@ int DaemonProcess::Run(const std::vector<std::string>& arguments, std::string* s
     return result;
 }
 
-namespace fs = std::filesystem;
-
-void DaemonTest::SetUp()
+DaemonTest::DaemonTest() : root(scratch.Path())
 {
-    // Parameterised tests have a "/" in their names; the folder stays one level deep.
-    std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
-    std::replace(name.begin(), name.end(), '/', '-');
-    root = fs::temp_directory_path() / ("vantrel-netd-e2e-" + std::to_string(::getpid()) + "-" + name);
-    fs::remove_all(root);
     fs::create_directories(root / "boot");
     fs::create_directories(root / "client");
+    // Readable by nobody, for the tests that run the daemon or a client as that user.
     fs::permissions(root, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
                               fs::perms::others_read | fs::perms::others_exec);
-    // Spans several 512-byte blocks and ends in a partial one.
-    content.clear();
+    // Text (for the netascii download) spanning several 512-byte blocks and ending in a partial one.
     for (int line = 0; line < 300; ++line)
     {
         content += "line " + std::to_string(line) + " of the boot image\n";
@@ -203,44 +167,9 @@ void DaemonTest::SetUp()
     Write(root / "boot" / "image.bin", content);
 }
 
-void DaemonTest::TearDown()
+bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, std::size_t from)
 {
-    fs::remove_all(root);
-}
-
-void DaemonTest::Write(const fs::path& path, const std::string& text)
-{
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-std::string DaemonTest::Read(const fs::path& path)
-{
-    return ReadFile(path.string());
-}
-
-bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, std::chrono::milliseconds timeout)
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (Read(path).find(text) == std::string::npos)
-    {
-        if (std::chrono::steady_clock::now() >= deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
-
-fs::path DaemonTest::Config(const std::string& text, const std::string& name)
-{
-    Write(root / name, text);
-    return root / name;
-}
-
-std::string DaemonTest::TftpConfig(const std::string& home, bool write)
-{
-    return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home + "\"\n";
+    return WaitUntil([&] { return Read(path).find(text, from) != std::string::npos; });
 }
 
 std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)
@@ -254,10 +183,18 @@ std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)
     return text;
 }
 
-int DaemonTest::Tftp(const std::string& command, const std::string& server)
+int DaemonTest::Status(const std::vector<std::string>& options, std::string& output, std::string& error,
+                       const std::vector<std::string>& prefix)
 {
-    return Shell("cd '" + (root / "client").string() + "' && timeout 20 tftp -m binary " + server + " -c " + command +
-                 " >/dev/null 2>&1");
+    std::vector<std::string> arguments{"status", "--socket", (root / "netd.sock").string()};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    return DaemonProcess::Run(arguments, &error, &output, prefix);
+}
+
+void DaemonTest::Tftp(const std::string& arguments, const std::string& mode)
+{
+    Shell("cd '" + (root / "client").string() + "' && timeout 20 tftp -m " + mode + " 127.0.0.1 -c " +
+                 arguments + " >/dev/null 2>&1");
 }
 
 std::unique_ptr<DaemonProcess> DaemonTest::StartDaemon(const std::vector<std::string>& arguments,
@@ -270,7 +207,7 @@ std::unique_ptr<DaemonProcess> DaemonTest::StartDaemon(const std::vector<std::st
 
 void DaemonTest::ExpectOneLine(const std::string& text)
 {
-    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
+    EXPECT_EQ(CountOf(text, "\n"), 1U) << text;
     EXPECT_EQ(text.find("terminate called"), std::string::npos) << text;
 }
 

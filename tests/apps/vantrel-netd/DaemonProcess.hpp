@@ -1,18 +1,30 @@
 // Runs the built vantrel-netd binary as a child process and watches its output and exit.
 #pragma once
 
+#include "Support/CountOf.hpp"
+#include "Support/Files.hpp"
+#include "Support/TempDirectory.hpp"
+
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace VantrelTest
 {
+
+/// Polls `condition` every 20 ms until it holds; false after `timeout`.
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+/// setpriv's words that run a command as nobody without supplementary groups.
+const std::vector<std::string>& AsNobody();
 
 /// One run of the daemon binary, its standard output and error captured in files.
 class DaemonProcess
@@ -30,25 +42,23 @@ public:
     pid_t GetPid() const { return pid; }
     std::string StandardError() const;
     std::string StandardOutput() const;
-
     /// Waits until standard error holds `text` (from `from` on); false after `timeout` or when the process ended.
     bool WaitForError(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(10),
                       std::size_t from = 0) const;
-    void Signal(int signal) const;
+    void Signal(int signal) const { ::kill(pid, signal); }
     /// Waits for the exit: the exit status, or -1 after `timeout` (the process is then killed) or on a signal.
     int WaitForExit(std::chrono::milliseconds timeout = std::chrono::seconds(10));
+    /// Sends `signal` and waits for the exit status.
+    int Stop(int signal = SIGTERM);
 
     /// Runs the binary to its end and returns its exit status.
     static int Run(const std::vector<std::string>& arguments, std::string* standardError = nullptr,
                    std::string* standardOutput = nullptr, const std::vector<std::string>& prefix = {});
 
-    /// The path of the built binary.
-    static std::string Binary();
-
 private:
     bool HasEnded() const;
 
-    std::string directory;
+    TempDirectory directory;
     pid_t pid = -1;
     bool ended = false;
     int status = -1;
@@ -59,33 +69,42 @@ private:
 class DaemonTest : public testing::Test
 {
 protected:
-    void SetUp() override;
-    void TearDown() override;
+    DaemonTest();
 
-    static void Write(const std::filesystem::path& path, const std::string& text);
-    static std::string Read(const std::filesystem::path& path);
-
-    /// Waits until the file at `path` holds `text`; false after `timeout`.
-    static bool WaitForFileText(const std::filesystem::path& path, const std::string& text,
-                                std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    static void Write(const std::filesystem::path& path, const std::string& text) { WriteFile(path, text); }
+    static std::string Read(const std::filesystem::path& path) { return ReadFile(path).value_or(""); }
+    /// The file holds `text` (from `from` on) within `timeout`.
+    static bool WaitForFileText(const std::filesystem::path& path, const std::string& text, std::size_t from = 0);
 
     /// Writes config text into the scratch folder; its path.
-    std::filesystem::path Config(const std::string& text, const std::string& name = "netd.toml");
+    std::string Config(const std::string& text)
+    {
+        Write(root / "netd.toml", text);
+        return root / "netd.toml";
+    }
     /// A [tftp] section serving `home` (relative to the config), uploads on or off.
-    static std::string TftpConfig(const std::string& home, bool write = false);
+    static std::string TftpConfig(const std::string& home, bool write = false)
+    {
+        return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home +
+               "\"\n";
+    }
     /// A [bootp] section with `bootFile` and hosts 02:00:00:00:00:01.. at 10.77.0.2...
     static std::string BootpConfig(const std::string& bootFile, int hosts);
-
-    /// Runs the tftp-hpa client in the client folder, bounded in time; its exit status.
-    int Tftp(const std::string& command, const std::string& server = "127.0.0.1");
-
+    /// A [control] section with the socket netd.sock beside the config.
+    static std::string ControlConfig() { return "[control]\nsocket = \"netd.sock\"\n"; }
+    /// `vantrel-netd status` with `options` against ControlConfig()'s socket; the exit status.
+    int Status(const std::vector<std::string>& options, std::string& output, std::string& error,
+               const std::vector<std::string>& prefix = {});
+    /// Runs the tftp-hpa client with `arguments` in the client folder, bounded in time. Its exit status
+    /// says nothing (it is 0 after an error too): tests look at the files.
+    void Tftp(const std::string& arguments, const std::string& mode = "binary");
     /// Starts the daemon and waits until standard error shows `ready`.
-    std::unique_ptr<DaemonProcess> StartDaemon(const std::vector<std::string>& arguments,
-                                               const std::string& ready = "TFTP server on UDP port 69");
-
+    static std::unique_ptr<DaemonProcess> StartDaemon(const std::vector<std::string>& arguments,
+                                                      const std::string& ready = "TFTP server on UDP port 69");
     /// One line, no stack trace.
     static void ExpectOneLine(const std::string& text);
 
+    TempDirectory scratch;
     std::filesystem::path root;
     /// The content of boot/image.bin.
     std::string content;

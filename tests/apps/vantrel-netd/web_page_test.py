@@ -1,11 +1,8 @@
 #!/usr/bin/python3
-"""The commissioning page in a real browser: headless Chromium opens the page of a daemon running in a
-private network namespace, sees a device a real bootpc made appear, assigns it an address through the
-form (refused without the token), bootpc then gets that address, a real TFTP download shows its
-progress and outcome, and with allow_changes off the page offers no change and the API refuses one.
-
-Usage: web_page_test.py DAEMON_BINARY [SCREENSHOT.png]. Exits 77 (skipped) without root, chromium,
-chromedriver or selenium."""
+"""The commissioning page in headless Chromium against a daemon in a private network namespace: a real
+bootpc's device appears, the form assigns it an address (refused without the token), a real TFTP download
+shows its progress, and with allow_changes off the page offers no change and the API refuses one.
+Usage: web_page_test.py DAEMON_BINARY [SCREENSHOT.png]; exits 77 (skipped) without root or a browser."""
 import json, os, re, shutil, subprocess, sys, tempfile, time, urllib.request
 
 SKIP = 77
@@ -24,8 +21,8 @@ if not shutil.which("chromium") or not shutil.which("chromedriver"):
     skip("needs chromium and chromium-driver")
 try:
     from selenium import webdriver
-    from selenium.webdriver.chrome.service import Service
     from selenium.common.exceptions import ElementNotInteractableException, StaleElementReferenceException
+    from selenium.webdriver.chrome.service import Service
     from selenium.webdriver.common.by import By
     from selenium.webdriver.support.ui import WebDriverWait
 except ImportError:
@@ -87,8 +84,7 @@ def browser():
                      "--disable-background-networking", "--disable-component-update", "--disable-sync",
                      "--window-size=1200,800", "--user-data-dir=" + tempfile.mkdtemp(dir=work)]:
         options.add_argument(argument)
-    driver = webdriver.Chrome(service=Service(executable_path="/usr/bin/chromedriver"),
-                              options=options)
+    driver = webdriver.Chrome(service=Service(executable_path="/usr/bin/chromedriver"), options=options)
     driver.set_page_load_timeout(20)
     driver.get("http://127.0.0.1:%d/" % PORT)
     return driver
@@ -104,16 +100,14 @@ def wait(driver, condition, what, seconds=10):
 
 
 def device_row(driver):
-    rows = driver.find_elements(By.CSS_SELECTOR, 'tr[data-hardware="%s"]' % PEER_MAC)
-    return rows[0] if rows else None
+    return next(iter(driver.find_elements(By.CSS_SELECTOR, 'tr[data-hardware="%s"]' % PEER_MAC)), None)
 
 
 def row_text(driver):
     """The device row's text, read again when a refresh replaced the row meanwhile ("" while there is none)."""
     for _ in range(20):
         try:
-            row = device_row(driver)
-            return row.text if row else ""
+            return getattr(device_row(driver), "text", "")
         except StaleElementReferenceException:
             time.sleep(0.1)
     raise AssertionError("the device row kept changing")
