@@ -328,13 +328,13 @@ TEST_F(BootpServerNetworkTest, CallbacksRunOnTheServerThreadWithCopiesAndEachSte
     };
     const auto records = capture.Records();
     auto position = records.begin();
-    for (const auto& [message, level] : expected)
+    for (const auto& step : expected)
     {
-        position = std::find_if(position, records.end(), [&](const auto& r) { return r.Message.rfind(message, 0) == 0; });
-        ASSERT_NE(position, records.end()) << "missing or out of order: " << message;
+        position = std::find_if(position, records.end(), [&](const auto& r) { return r.Message.rfind(step.first, 0) == 0; });
+        ASSERT_NE(position, records.end()) << "missing or out of order: " << step.first;
         EXPECT_EQ(std::make_pair(position->Level, position->LoggerName),
-                  std::make_pair(level, std::string("VantrelBase.Net.Bootp.BootpServer")))
-            << message;
+                  std::make_pair(step.second, std::string("VantrelBase.Net.Bootp.BootpServer")))
+            << step.first;
     }
     EXPECT_EQ(capture.Count("Attempt to stop server 0.0.0.0:67 asynchronously"), 0U);
 }
