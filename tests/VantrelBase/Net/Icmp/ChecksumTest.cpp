@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <random>
+#include <utility>
 #include <vector>
 
 namespace
@@ -47,22 +48,24 @@ std::array<unsigned char, 2> Stored(const Bytes& bytes)
 
 TEST(ChecksumTest, WorkedExamplesStoreTheNetworkOrderChecksum)
 {
-    // Words 0001 f203 f4f5 f6f7 sum to 2ddf0, folded ddf2, complemented 220d.
-    EXPECT_EQ(Stored({0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7}), (std::array<unsigned char, 2>{0x22, 0x0d}));
-    // Echo header type 8, identifier 0x1234, sequence 1; a header carrying its checksum verifies to zero.
-    Bytes header{0x08, 0x00, 0x00, 0x00, 0x12, 0x34, 0x00, 0x01};
-    const auto stored = Stored(header);
-    EXPECT_EQ(stored, (std::array<unsigned char, 2>{0xe5, 0xca}));
-    header[2] = stored[0];
-    header[3] = stored[1];
-    EXPECT_EQ(Stored(header), (std::array<unsigned char, 2>{0, 0}));
-    // On a little-endian host these words are ffff ffff 0001, which sum to 1ffff: the first fold gives
-    // 10000, which needs a second fold.
-    EXPECT_EQ(Stored({0xff, 0xff, 0xff, 0xff, 0x01, 0x00}), (std::array<unsigned char, 2>{0xfe, 0xff}));
-    EXPECT_EQ(Stored(Bytes(70000, 0xFF)), (std::array<unsigned char, 2>{0, 0}));
+    const std::pair<Bytes, std::array<unsigned char, 2>> rows[] = {
+        // Words 0001 f203 f4f5 f6f7 sum to 2ddf0, folded ddf2, complemented 220d.
+        {{0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7}, {0x22, 0x0d}},
+        // Echo header type 8, identifier 0x1234, sequence 1; with its checksum stored it verifies to zero.
+        {{0x08, 0x00, 0x00, 0x00, 0x12, 0x34, 0x00, 0x01}, {0xe5, 0xca}},
+        {{0x08, 0x00, 0xe5, 0xca, 0x12, 0x34, 0x00, 0x01}, {0, 0}},
+        // On a little-endian host these words are ffff ffff 0001, which sum to 1ffff: the first fold
+        // gives 10000, which needs a second fold.
+        {{0xff, 0xff, 0xff, 0xff, 0x01, 0x00}, {0xfe, 0xff}},
+        {Bytes(70000, 0xFF), {0, 0}},
+    };
+    for (const auto& [bytes, stored] : rows)
+    {
+        EXPECT_EQ(Stored(bytes), stored) << bytes.size();
+    }
     // Empty and negative lengths read nothing.
     EXPECT_EQ(checksum(nullptr, 0), 0xFFFF);
-    EXPECT_EQ(checksum(header.data(), -3), 0xFFFF);
+    EXPECT_EQ(checksum(rows[0].first.data(), -3), 0xFFFF);
 }
 
 TEST(ChecksumTest, MatchesReferenceOnEvenAndOddLengthsAtAnyAlignment)

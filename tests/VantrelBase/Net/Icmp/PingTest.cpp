@@ -97,33 +97,12 @@ double ExpectSummary(const LogCapture& capture, const std::string& counts)
     return match.empty() ? -1.0 : std::stod(match[1].str());
 }
 
-// Runs in a death-test child: as an unprivileged user the raw socket is refused.
-void SendWithoutPrivilege()
+// In a death-test child: runs `prepare`, one send of `count` requests, and prints `report` of the result.
+template <typename Prepare, typename Report>
+void RunChild(Prepare prepare, unsigned int count, Report report)
 {
-    if (::setuid(65534) != 0)
-    {
-        std::_Exit(2);
-    }
-    const Ping::Result result = Ping::Send("127.0.0.1", 0, 1);
-    std::fprintf(stderr, "value %d status %d", static_cast<int>(result.value), static_cast<int>(result.status));
-    std::_Exit(0);
-}
-
-// Runs in a death-test child: with standard input closed, the raw socket becomes descriptor 0.
-void SendWithStandardInputClosed()
-{
-    ::close(0);
-    Ping::Send("127.0.0.1", 0, 1);
-    std::fprintf(stderr, "descriptor 0 %s", ::fcntl(0, F_GETFD) == -1 ? "closed" : "open");
-    std::_Exit(0);
-}
-
-// Runs in a death-test child: a count of 0 must never return.
-void SendNothingWithoutCoreDump()
-{
-    rlimit noCore{};
-    ::setrlimit(RLIMIT_CORE, &noCore);
-    Ping::Send("127.0.0.1", 0, 0);
+    prepare();
+    std::fputs(report(Ping::Send("127.0.0.1", 0, count)), stderr);
     std::_Exit(0);
 }
 
@@ -212,17 +191,17 @@ TEST(PingTest, CountOneOrFiftySixSendsOneWellFormedRequestAndCountsTheReply)
         const unsigned char* icmp = datagram.data() + ip;
         EXPECT_EQ(icmp[1], 0);
         EXPECT_EQ(VantrelBase::Net::Icmp::checksum(icmp, 64), 0);
-        std::uint16_t identifier = 0;
-        std::uint16_t sequence = 0xFFFF;
-        std::memcpy(&identifier, icmp + 4, 2);
-        std::memcpy(&sequence, icmp + 6, 2);
-        EXPECT_EQ(identifier, static_cast<std::uint16_t>(::getpid() & 0xFFFF)) << "host byte order";
-        EXPECT_EQ(sequence, 0);
+        // Identifier in host byte order, sequence 0, then the payload bytes 48, 49, ... and a final zero.
+        std::vector<unsigned char> expected(icmp + 4, icmp + 64);
+        const auto id = static_cast<std::uint16_t>(::getpid() & 0xFFFF);
+        std::memcpy(expected.data(), &id, 2);
+        expected[2] = expected[3] = 0;
         for (std::size_t i = 0; i < 55; ++i)
         {
-            ASSERT_EQ(icmp[8 + i], 48 + i) << "payload byte " << i;
+            expected[4 + i] = static_cast<unsigned char>(48 + i);
         }
-        EXPECT_EQ(icmp[63], 0);
+        expected[59] = 0;
+        EXPECT_EQ(std::vector<unsigned char>(icmp + 4, icmp + 64), expected);
     }
 }
 
@@ -251,21 +230,28 @@ TEST(PingTest, UnresolvableHostIsStatus11018WithoutSending)
     EXPECT_TRUE(wire.EchoRequests().empty());
 }
 
-TEST(PingTest, WithoutRawSocketPrivilegeIsStatus11004)
+TEST(PingTest, ChildProcessCases)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    EXPECT_EXIT(SendWithoutPrivilege(), testing::ExitedWithCode(0), "value 0 status 11004");
-}
-
-TEST(PingTest, RawSocketIsClosedEvenAsDescriptorZero)
-{
-    VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    EXPECT_EXIT(SendWithStandardInputClosed(), testing::ExitedWithCode(0), "descriptor 0 closed");
-}
-
-TEST(PingTest, CountZeroEndsTheProcessWithIllegalInstruction)
-{
-    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    // As an unprivileged user the raw socket is refused.
+    const auto unprivileged = [] {
+        if (::setuid(65534) != 0)
+        {
+            std::_Exit(2);
+        }
+    };
+    EXPECT_EXIT(RunChild(unprivileged, 1,
+                         [](const Ping::Result& r) { return r.value == 0 && r.status == 11004 ? "refused" : "other"; }),
+                testing::ExitedWithCode(0), "refused");
+    // With standard input closed, the raw socket becomes descriptor 0 and must still be closed.
+    EXPECT_EXIT(RunChild([] { ::close(0); }, 1,
+                         [](const Ping::Result&) { return ::fcntl(0, F_GETFD) == -1 ? "0 closed" : "0 open"; }),
+                testing::ExitedWithCode(0), "0 closed");
     // Deliberate: with nothing sent the call traps instead of dividing by zero; only a child may try it.
-    EXPECT_EXIT(SendNothingWithoutCoreDump(), testing::KilledBySignal(SIGILL), "");
+    const auto noCoreDump = [] {
+        rlimit noCore{};
+        ::setrlimit(RLIMIT_CORE, &noCore);
+    };
+    EXPECT_EXIT(RunChild(noCoreDump, 0, [](const Ping::Result&) { return "returned"; }),
+                testing::KilledBySignal(SIGILL), "");
 }

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using Qib::System::Commons::Net::IpAddress;
@@ -159,17 +160,15 @@ TEST_F(AddressResolutionTest, LocalAddressIsTheSourceOfTheRouteToTheRemote)
 {
     ASSERT_EQ(Shell("ip addr add 10.77.9.3/24 dev arp1"), 0);
     ASSERT_EQ(Shell("ip route add 10.88.0.0/16 dev arp1 src 10.77.9.3"), 0);
-    IpAddress local;
-    EXPECT_TRUE(AddressResolution::TryResolveLocalIpAddress(Ip("10.88.1.1"), 67, local));
-    EXPECT_EQ(local, Ip("10.77.9.3"));
-    EXPECT_TRUE(AddressResolution::TryResolveLocalIpAddress(Ip("10.77.9.20"), 69, local));
-    EXPECT_EQ(local, Ip("10.77.9.1"));
     // Port 0 or no route: false, and the output is emptied.
-    EXPECT_FALSE(AddressResolution::TryResolveLocalIpAddress(Ip("10.77.9.20"), 0, local));
-    EXPECT_EQ(local, IpAddress());
-    local = Ip("10.77.9.1");
-    EXPECT_FALSE(AddressResolution::TryResolveLocalIpAddress(Ip("10.99.0.1"), 67, local));
-    EXPECT_EQ(local, IpAddress());
+    const std::tuple<const char*, unsigned int, const char*> rows[] = {
+        {"10.88.1.1", 67, "10.77.9.3"}, {"10.77.9.20", 69, "10.77.9.1"}, {"10.77.9.20", 0, ""}, {"10.99.0.1", 67, ""}};
+    for (const auto& [remote, port, expected] : rows)
+    {
+        IpAddress local = Ip("192.0.2.1");
+        EXPECT_EQ(AddressResolution::TryResolveLocalIpAddress(Ip(remote), port, local), *expected != '\0') << remote;
+        EXPECT_EQ(local, *expected != '\0' ? Ip(expected) : IpAddress()) << remote;
+    }
 }
 
 TEST(AddressResolutionTableTest, MissingTableOrHeaderAndShortLinesGiveNoMatch)

@@ -2,13 +2,13 @@
 #include "VantrelBase/Net/Rsc/RscGateway.hpp"
 
 #include "Qib/System/Commons/InvalidFormatException.hpp"
+#include "Support/Concurrency.hpp"
 #include "Support/LogCapture.hpp"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 using Qib::System::Commons::InvalidFormatException;
@@ -86,21 +86,13 @@ TEST(RscGatewayTest, OtherHostsAreRefusedAndAnEarlierLocalConnectionStays)
 TEST(RscGatewayTest, ConcurrentConnectsAreSerialised)
 {
     RscGateway gateway;
-    std::vector<std::thread> threads;
-    for (unsigned short t = 0; t < 4; ++t)
-    {
-        threads.emplace_back([&gateway, t] {
-            for (unsigned short i = 0; i < 50; ++i)
-            {
-                const auto port = static_cast<unsigned short>(40000 + t * 100 + i);
-                EXPECT_TRUE(gateway.Connect(Local, port, "operator", "pw"));
-                gateway.Connect(Remote, port);
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
+    VantrelTest::RunConcurrently(4, [&gateway](int t) {
+        for (int i = 0; i < 50; ++i)
+        {
+            const auto port = static_cast<unsigned short>(40000 + t * 100 + i);
+            EXPECT_TRUE(gateway.Connect(Local, port, "operator", "pw"));
+            gateway.Connect(Remote, port);
+        }
+    });
     EXPECT_EQ(gateway.GetUrl().GetHost(), Qib::String("127.0.0.1"));
 }
