@@ -5,6 +5,7 @@
 #include "VantrelBase/Net/Tftp/TftpServer.hpp"
 
 #include "Qib/System/Commons/Threading/Thread.hpp"
+#include "Support/Concurrency.hpp"
 #include "Support/Files.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
@@ -60,12 +61,7 @@ bool StartAndWait(TftpServer& server, std::atomic<int>& started)
     }
     const int before = started;
     server.Start();
-    const auto deadline = Clock::now() + 5s;
-    while (started == before && Clock::now() < deadline)
-    {
-        std::this_thread::sleep_for(200us);
-    }
-    return started != before;
+    return Eventually([&] { return started != before; }, 5s);
 }
 
 class TftpServerReliabilityTest : public ::testing::Test
@@ -147,25 +143,20 @@ void RunClient(const PeerNamespace& peer, Transfer& transfer)
                                                 : "get " + transfer.remote + " " + transfer.local;
     transfer.output = ShellOutput("printf 'verbose\\nmode octet\\nrexmt 1\\ntimeout 3\\n" + command +
                                   "\\nquit\\n' | timeout 20 ip netns exec " + peer.Name() + " tftp 10.77.41.1 2>&1");
-    const bool completed = transfer.output.find(transfer.upload ? "Sent " : "Received ") != std::string::npos;
-    bool failed = false;
-    for (const char* failure : {"Transfer timed out", "Error code", "tftp: "})
-    {
-        failed = failed || transfer.output.find(failure) != std::string::npos;
-    }
-    transfer.reportedSuccess = completed && !failed;
+    const auto says = [&transfer](const char* text) { return transfer.output.find(text) != std::string::npos; };
+    transfer.reportedSuccess = says(transfer.upload ? "Sent " : "Received ") && !says("Transfer timed out") &&
+                               !says("Error code") && !says("tftp: ");
 }
 
 // Every download matches or its failure was reported; every upload lands whole or not at all (a
-// ".part" may stay), and one reported as done is there. Counts the corrupted ones.
-std::size_t CountCorrupted(const Transfer& transfer, const std::string& home)
+// ".part" may stay), and one reported as done is there.
+bool Corrupted(const Transfer& transfer, const std::string& home)
 {
     const auto landed = ReadFile(transfer.upload ? home + "/" + transfer.remote : transfer.local);
     const bool corrupted = transfer.upload ? (landed ? *landed != transfer.contents : transfer.reportedSuccess)
                                            : transfer.reportedSuccess && landed != transfer.contents;
-    EXPECT_FALSE(corrupted) << (transfer.upload ? "upload " : "download ") << transfer.remote << ":\n"
-                            << transfer.output;
-    return corrupted ? 1 : 0;
+    EXPECT_FALSE(corrupted) << transfer.remote << ":\n" << transfer.output;
+    return corrupted;
 }
 
 TEST_F(TftpServerReliabilityTest, ThirtyClientsThroughALossyLinkNeverGetACorruptedFile)
@@ -201,36 +192,28 @@ TEST_F(TftpServerReliabilityTest, ThirtyClientsThroughALossyLinkNeverGetACorrupt
     ASSERT_EQ(peer.Run(table + "10.77.41.1 udp sport 69" + drop), 0);
     ASSERT_EQ(Shell(table + "10.77.41.2 udp dport 69" + drop), 0);
 
-    constexpr std::size_t Clients = 30;
+    constexpr int Clients = 30;
     const char* configured = std::getenv("VANTREL_LOAD_SECONDS");
     const int seconds = configured != nullptr ? std::atoi(configured) : 30;
     const auto deadline = Clock::now() + std::chrono::seconds(seconds);
     std::vector<std::vector<Transfer>> transfers(Clients);
-    std::vector<std::thread> clients;
-    for (std::size_t c = 0; c < Clients; ++c)
-    {
-        clients.emplace_back([&, c] {
-            for (std::size_t n = 0; n < 1000 && Clock::now() < deadline; ++n)
+    RunConcurrently(Clients, [&](std::size_t c) {
+        for (std::size_t n = 0; n < 1000 && Clock::now() < deadline; ++n)
+        {
+            // Uploads and downloads alternate; an upload's contents are those of a file served.
+            const std::size_t file = (c + n / 2) % sizes.size();
+            const std::string name = "c" + std::to_string(c) + "-" + std::to_string(n);
+            Transfer transfer{(c + n) % 2 == 0, "file" + std::to_string(file), scratch / name,
+                              PatternBytes(sizes[file], static_cast<unsigned>(file))};
+            if (transfer.upload)
             {
-                // Uploads and downloads alternate; an upload's contents are those of a file served.
-                const std::size_t file = (c + n / 2) % sizes.size();
-                const std::string name = "c" + std::to_string(c) + "-" + std::to_string(n);
-                Transfer transfer{(c + n) % 2 == 0, "file" + std::to_string(file), scratch / name,
-                                  PatternBytes(sizes[file], static_cast<unsigned>(file))};
-                if (transfer.upload)
-                {
-                    transfer.remote = "up/" + name;
-                    WriteFile(transfer.local, transfer.contents);
-                }
-                RunClient(peer, transfer);
-                transfers[c].push_back(std::move(transfer));
+                transfer.remote = "up/" + name;
+                WriteFile(transfer.local, transfer.contents);
             }
-        });
-    }
-    for (auto& client : clients)
-    {
-        client.join();
-    }
+            RunClient(peer, transfer);
+            transfers[c].push_back(std::move(transfer));
+        }
+    });
     ASSERT_EQ(peer.Run("nft delete table inet loss"), 0);
     ASSERT_EQ(Shell("nft delete table inet loss"), 0);
     // Every session ages out: a second of silence, then the next passes of the main thread.
@@ -241,10 +224,10 @@ TEST_F(TftpServerReliabilityTest, ThirtyClientsThroughALossyLinkNeverGetACorrupt
     {
         for (const auto& transfer : list)
         {
-            const std::size_t bad = CountCorrupted(transfer, home);
+            const bool bad = Corrupted(transfer, home);
             ++count;
-            corrupted += bad;
-            succeeded += transfer.reportedSuccess && bad == 0 ? 1 : 0;
+            corrupted += bad ? 1 : 0;
+            succeeded += transfer.reportedSuccess && !bad ? 1 : 0;
             uploadsLanded += transfer.upload && Exists(home + "/" + transfer.remote) ? 1 : 0;
         }
     }
@@ -261,7 +244,7 @@ TEST_F(TftpServerReliabilityTest, ThirtyClientsThroughALossyLinkNeverGetACorrupt
               << count - succeeded - corrupted << ", corrupted " << corrupted << ", uploads landed " << uploadsLanded
               << ", leaked threads " << leakedThreads << ", leaked descriptors " << leakedDescriptors << std::endl;
     EXPECT_EQ(corrupted, 0U);
-    EXPECT_GE(count, Clients);
+    EXPECT_GE(count, std::size_t{Clients});
     EXPECT_GT(succeeded, 0U) << "no transfer got through";
     EXPECT_EQ(leakedThreads, 0);
     EXPECT_EQ(leakedDescriptors, 0);

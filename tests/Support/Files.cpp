@@ -1,9 +1,9 @@
 #include "Files.hpp"
 
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -27,8 +27,7 @@ std::string PatternBytes(std::size_t size, unsigned seed)
 void WriteFile(const std::string& path, const std::string& contents)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(contents.data(), static_cast<std::streamsize>(contents.size()));
-    if (!out)
+    if (!out.write(contents.data(), static_cast<std::streamsize>(contents.size())))
     {
         throw std::runtime_error("cannot write " + path);
     }
@@ -36,20 +35,14 @@ void WriteFile(const std::string& path, const std::string& contents)
 
 std::optional<std::string> ReadFile(const std::string& path)
 {
-    std::FILE* file = std::fopen(path.c_str(), "rb");
-    if (file == nullptr)
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
     {
         return std::nullopt;
     }
-    std::string contents;
-    char buffer[4096];
-    std::size_t count = 0;
-    while ((count = std::fread(buffer, 1, sizeof(buffer), file)) > 0)
-    {
-        contents.append(buffer, count);
-    }
-    std::fclose(file);
-    return contents;
+    std::ostringstream contents;
+    contents << in.rdbuf();
+    return contents.str();
 }
 
 bool Exists(const std::string& path)

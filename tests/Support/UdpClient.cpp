@@ -23,25 +23,9 @@ namespace
 std::mutex portsLock;
 std::set<int> portsGiven;
 
-// A datagram socket bound to `address` on a port the kernel chooses, and that port; -1 on failure.
-int BindAnyPort(const std::string& address, int& port)
+sockaddr* Raw(sockaddr_in& address)
 {
-    const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    ::inet_pton(AF_INET, address.c_str(), &local.sin_addr);
-    socklen_t length = sizeof(local);
-    if (descriptor < 0 || ::bind(descriptor, reinterpret_cast<sockaddr*>(&local), sizeof(local)) != 0 ||
-        ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&local), &length) != 0)
-    {
-        if (descriptor >= 0)
-        {
-            ::close(descriptor);
-        }
-        return -1;
-    }
-    port = ntohs(local.sin_port);
-    return descriptor;
+    return reinterpret_cast<sockaddr*>(&address);
 }
 
 } // namespace
@@ -53,18 +37,20 @@ UdpClient::UdpClient(const std::string& address) : address(address)
     std::vector<int> held;
     for (int attempt = 0; attempt < 64 && descriptor < 0; ++attempt)
     {
-        const int candidate = BindAnyPort(address, port);
-        if (candidate < 0)
+        held.push_back(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        sockaddr_in local{};
+        local.sin_family = AF_INET;
+        ::inet_pton(AF_INET, address.c_str(), &local.sin_addr);
+        socklen_t length = sizeof(local);
+        if (::bind(held.back(), Raw(local), sizeof(local)) != 0 || ::getsockname(held.back(), Raw(local), &length) != 0)
         {
             break;
         }
+        port = ntohs(local.sin_port);
         if (portsGiven.insert(port).second)
         {
-            descriptor = candidate;
-        }
-        else
-        {
-            held.push_back(candidate);
+            descriptor = held.back();
+            held.pop_back();
         }
     }
     for (const int unused : held)
@@ -93,8 +79,8 @@ void UdpClient::Send(const std::string& datagram)
     server.sin_family = AF_INET;
     server.sin_port = htons(69);
     server.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::sendto(descriptor, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&server),
-                 sizeof(server)) != static_cast<ssize_t>(datagram.size()))
+    if (::sendto(descriptor, datagram.data(), datagram.size(), 0, Raw(server), sizeof(server)) !=
+        static_cast<ssize_t>(datagram.size()))
     {
         throw std::runtime_error("sendto failed");
     }
@@ -103,15 +89,12 @@ void UdpClient::Send(const std::string& datagram)
 std::optional<Reply> UdpClient::Receive(std::chrono::milliseconds timeout)
 {
     pollfd ready{descriptor, POLLIN, 0};
-    if (::poll(&ready, 1, static_cast<int>(timeout.count())) != 1)
-    {
-        return std::nullopt;
-    }
     std::string buffer(65536, '\0');
     sockaddr_in source{};
     socklen_t length = sizeof(source);
-    const ssize_t received =
-        ::recvfrom(descriptor, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr*>(&source), &length);
+    const ssize_t received = ::poll(&ready, 1, static_cast<int>(timeout.count())) != 1
+                                 ? -1
+                                 : ::recvfrom(descriptor, buffer.data(), buffer.size(), 0, Raw(source), &length);
     if (received < 0)
     {
         return std::nullopt;
@@ -119,21 +102,15 @@ std::optional<Reply> UdpClient::Receive(std::chrono::milliseconds timeout)
     // Every reply must come from the server's port.
     EXPECT_EQ(ntohs(source.sin_port), 69);
     buffer.resize(static_cast<std::size_t>(received));
-    Reply reply;
-    reply.raw = buffer;
-    if (buffer.size() >= 2)
-    {
-        reply.opCode = WordAt(buffer, 0);
-    }
+    Reply reply{0, 0, "", buffer};
     if (buffer.size() >= 4)
     {
         reply.number = WordAt(buffer, 2);
-        reply.body = buffer.substr(4);
-        if (reply.opCode == 5 && !reply.body.empty() && reply.body.back() == '\0')
-        {
-            reply.body.pop_back();
-        }
+        // An error's message without its terminating zero.
+        const bool terminated = WordAt(buffer, 0) == 5 && buffer.size() > 4 && buffer.back() == '\0';
+        reply.body = buffer.substr(4, buffer.size() - 4 - (terminated ? 1 : 0));
     }
+    reply.opCode = buffer.size() >= 2 ? WordAt(buffer, 0) : 0;
     return reply;
 }
 
@@ -166,27 +143,21 @@ std::optional<std::string> UdpClient::Download(const std::string& name, std::vec
 bool UdpClient::Upload(const std::string& name, const std::string& contents)
 {
     Send(Request(2, name));
-    auto reply = Receive();
-    if (!reply || reply->opCode != 4 || reply->number != 0)
+    // Block 0 acknowledges the request; each later one the DATA just sent, until a short block.
+    for (std::uint32_t block = 0; block < 100000; ++block)
     {
-        return false;
-    }
-    std::size_t offset = 0;
-    for (std::uint32_t block = 1;; ++block)
-    {
-        const std::string payload = contents.substr(offset, 512);
-        offset += payload.size();
-        Send(Data(static_cast<std::uint16_t>(block), payload));
-        reply = Receive();
+        const auto reply = Receive();
         if (!reply || reply->opCode != 4 || reply->number != static_cast<std::uint16_t>(block))
         {
             return false;
         }
-        if (payload.size() < 512)
+        if (block > 0 && contents.size() < block * 512)
         {
             return true;
         }
+        Send(Data(static_cast<std::uint16_t>(block + 1), contents.substr(block * 512, 512)));
     }
+    return false;
 }
 
 } // namespace VantrelTest

@@ -1,4 +1,5 @@
-// Tests of the TFTP packet codec: byte-exact factories, bounded reads and the parsing quirks.
+// Tests of the TFTP packet codec: byte-exact factories, bounded reads and the parsing quirks. The
+// server's tests see the common packets byte for byte; these see what the server never builds.
 #include "VantrelBase/Net/Tftp/Packet.hpp"
 
 #include <gtest/gtest.h>
@@ -27,11 +28,8 @@ std::shared_ptr<Packet> Received(const std::string& bytes)
 TEST(PacketTest, FactoriesBuildExactBytesAndFullPackets)
 {
     const std::pair<std::shared_ptr<Packet>, std::string> cases[] = {
-        {Packet::CreateAcknowledge(0x1234), "\0\4\x12\x34"s},
-        {Packet::CreateData(0xABCD, "xyz", 3), "\0\3\xAB\xCDxyz"s},
+        {Packet::CreateAcknowledge(0xABCD), "\0\4\xAB\xCD"s},
         {Packet::CreateData(1, "", 0), "\0\3\0\1"s},
-        {Packet::CreateError(static_cast<unsigned short>(3), "full"), "\0\5\0\3full\0"s},
-        {Packet::CreateError(ErrorCode::UnknownTransferId), "\0\5\0\5Unknown transfer ID.\0"s},
         {Packet::CreateError(static_cast<ErrorCode>(9)), "\0\5\0\x09Not defined, see error message (if any).\0"s},
         {Packet::CreateWriteRequest("dir/f", TransferMode::Octet), "\0\2dir/f\0octet\0"s},
         {Packet::CreateReadRequest("f", TransferMode::Mail), "\0\1f\0mail\0"s},
@@ -52,7 +50,6 @@ TEST(PacketTest, ReceivedPacketIsACopyOfTheDatagram)
     const auto packet = Received(datagram);
     datagram[4] = 'z';
     EXPECT_EQ(Bytes(*packet), "\0\3\0\7abc"s);
-    EXPECT_EQ(packet->GetData(), packet->GetRawData() + 4);
     EXPECT_FALSE(packet->Write(static_cast<unsigned char>(0)));
 }
 

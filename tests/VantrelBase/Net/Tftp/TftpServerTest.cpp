@@ -21,6 +21,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <optional>
 #include <thread>
@@ -76,7 +77,11 @@ protected:
         Qib::System::Commons::Threading::Thread::SetJoinLimit(20);
     }
 
-    void TearDown() override { StopServer(); }
+    void TearDown() override
+    {
+        StopServer();
+        ::umount2(tmpfs.Path().c_str(), MNT_DETACH);
+    }
 
     Settings DefaultSettings() const
     {
@@ -90,17 +95,33 @@ protected:
         return settings;
     }
 
-    // Starts the server and waits until its socket is bound.
-    void StartServer(const Settings& settings)
+    // Starts the server with the default settings, changed by `configure`, and waits until its
+    // socket is bound.
+    void StartServer(const std::function<void(Settings&)>& configure = nullptr)
     {
         StopServer();
+        Settings settings = DefaultSettings();
+        if (configure)
+        {
+            configure(settings);
+        }
         server = std::make_unique<TestServer>(settings);
         logs.Clear();
         server->Start();
         ASSERT_TRUE(logs.WaitFor("Start main thread work"));
     }
 
-    void StartServer() { StartServer(DefaultSettings()); }
+    // Starts the server on a private tmpfs home, filled and made read-only by `fill` when given;
+    // why not when that cannot be had.
+    std::string StartServerOnTmpfs(const std::function<void()>& fill = {})
+    {
+        std::string reason = MountPrivateTmpfs(tmpfs.Path(), fill);
+        if (reason.empty())
+        {
+            StartServer([this](Settings& settings) { settings.HomePaths = {{"/", tmpfs.Path()}}; });
+        }
+        return reason;
+    }
 
     // A derived server is stopped before its destruction begins, so that its main thread never
     // meets a half-destroyed object.
@@ -115,6 +136,7 @@ protected:
 
     LogCapture logs{8};
     TempDirectory home;
+    TempDirectory tmpfs;
     std::unique_ptr<TestServer> server;
 };
 
@@ -169,6 +191,7 @@ struct Context
     const TempDirectory& home;
     const LogCapture& logs;
     std::string client;
+    std::chrono::steady_clock::duration waited; // for the reply
 };
 
 struct Step
@@ -318,10 +341,15 @@ std::vector<Dialogue> Dialogues()
          {{Request(2, "dir"), Ack(0)}, {Data(1, "payload"), Ack(1)}},
          {{"dir/kept.txt", "kept"}, {"dir.part", "payload"}}},
         // The session stays in its transfer: its expired re-send returns the client's own packet
-        // while the send count is at most 2, then the session times out.
+        // while the send count is at most 2, then the session times out, after its time-out (1 s)
+        // and the main thread's next idle pass (300 ms for scheduling on a loaded machine), and is gone.
         {"ClientErrorIsSentBackUntilTheSessionTimesOut", files,
          {download, {Error(3, "full"), Error(3, "full")}, {std::nullopt, Error(3, "full")},
-          {std::nullopt, Error(0, "Timeout.")}, {std::nullopt, ""}},
+          {std::nullopt, Error(0, "Timeout."),
+           [](const Context& c) {
+               EXPECT_TRUE(c.waited >= 900ms && c.waited < 1s + Socket::ReceiveTimeout + 300ms) << c.waited.count();
+           }},
+          {Ack(1), Unexpected}},
          {}, {"Client @ has sent error: code=3, message=full", "Session @ timed out\n"}},
         // Expired, but nothing to re-send and too few sends to give up: kept indefinitely. Deliberate.
         {"StalledSessionWithFewSendsIsKept", files, {download, {std::nullopt, ""}, {Ack(1), block(2)}}, {}, {},
@@ -341,14 +369,13 @@ TEST_P(TftpServerDialogueTest, Replies)
         fs::create_directories(fs::path(home / name).parent_path());
         WriteFile(home / name, contents);
     }
-    auto settings = DefaultSettings();
-    if (dialogue.configure != nullptr)
-    {
-        dialogue.configure(settings, home);
-    }
-    StartServer(settings);
+    StartServer([&](Settings& settings) {
+        if (dialogue.configure != nullptr)
+        {
+            dialogue.configure(settings, home);
+        }
+    });
     UdpClient client;
-    const Context context{home, logs, client.Name()};
     for (std::size_t i = 0; i < dialogue.steps.size() && !HasFatalFailure(); ++i)
     {
         const Step& step = dialogue.steps[i];
@@ -356,11 +383,12 @@ TEST_P(TftpServerDialogueTest, Replies)
         {
             client.Send(*step.send);
         }
+        const auto sent = std::chrono::steady_clock::now();
         const auto reply = client.Receive(step.reply.empty() ? 1500ms : 3000ms);
         EXPECT_EQ(reply ? reply->raw : "", step.reply) << "step " << i + 1;
         if (step.then != nullptr)
         {
-            step.then(context);
+            step.then({home, logs, client.Name(), std::chrono::steady_clock::now() - sent});
         }
     }
     for (const auto& [name, contents] : dialogue.after)
@@ -384,45 +412,21 @@ std::uint32_t Value(const char* address)
 
 TEST_F(TftpServerTest, OnlyClientsInAnAllowedRangeAreServed)
 {
-    auto settings = DefaultSettings();
-    settings.AllowedClients = {{Value("127.0.0.1"), Value("127.0.0.10")}, {Value("127.0.0.40"), Value("127.0.0.40")}};
-    StartServer(settings);
+    StartServer([](Settings& settings) {
+        settings.AllowedClients = {{Value("127.0.0.1"), Value("127.0.0.10")}, {Value("127.0.0.40"), Value("127.0.0.40")}};
+    });
     WriteFile(home / "f.txt", "served");
     UdpClient outside("127.0.0.20");
     outside.Send(Request(1, "f.txt"));
     EXPECT_FALSE(outside.Receive(300ms)) << "a refused client gets no reply";
-    EXPECT_TRUE(logs.Contains("Client " + outside.Name() + " tried to get access but is not within the allowed range."))
-        << "refusals are logged";
+    EXPECT_TRUE(logs.Contains("Client " + outside.Name() + " tried to get access but is not within the allowed range."));
     EXPECT_EQ(logs.IndexOf("Create session: address=" + outside.Name()), -1);
     // The bounds compare the values as held in network byte order: on this machine that puts
     // 127.0.1.5 between 127.0.0.1 and 127.0.0.10. Deliberate.
     for (const char* address : {"127.0.0.1", "127.0.0.10", "127.0.0.40", "127.0.1.5"})
     {
-        UdpClient inside(address);
-        EXPECT_EQ(inside.Download("f.txt"), "served") << address;
+        EXPECT_EQ(UdpClient(address).Download("f.txt"), "served") << address;
     }
-}
-
-TEST_F(TftpServerTest, StalledTransferWithManySendsTimesOutAfterItsTimeout)
-{
-    auto settings = DefaultSettings();
-    settings.MaxRetries = 1;
-    StartServer(settings); // time-out 1 s
-    WriteFile(home / "f.bin", PatternBytes(3000));
-    UdpClient client;
-    client.Send(Request(1, "f.bin"));
-    ASSERT_EQ(client.Receive()->number, 1);
-    client.Send(Ack(1));
-    ASSERT_EQ(client.Receive()->number, 2);
-    const auto sent = std::chrono::steady_clock::now();
-    EXPECT_EQ(client.Receive()->raw, Error(0, "Timeout."));
-    const auto waited = std::chrono::steady_clock::now() - sent;
-    EXPECT_GE(waited, 900ms) << "not before the session's time-out";
-    // Nothing arrives any more: only receives that give up let the passes age the session.
-    const auto slack = 300ms; // scheduling on a loaded machine
-    EXPECT_LT(waited, 1s + Socket::ReceiveTimeout + slack);
-    client.Send(Ack(2));
-    EXPECT_EQ(client.Receive()->raw, Unexpected) << "the timed-out session is gone";
 }
 
 TEST_F(TftpServerTest, SecondServerCannotBindAndServesNothing)
@@ -443,47 +447,14 @@ TEST_F(TftpServerTest, PerPacketLogLinesAreInformationOnlyWhenVerbose)
     WriteFile(home / "f.bin", PatternBytes(600));
     for (const bool verbose : {false, true})
     {
-        auto settings = DefaultSettings();
-        settings.ThreadCount = 3;
-        settings.Verbose = verbose;
-        StartServer(settings);
-        EXPECT_TRUE(logs.Contains("Starting server, threadpool=3", 6));
+        StartServer([verbose](Settings& settings) { settings.Verbose = verbose; });
         UdpClient client;
         ASSERT_TRUE(client.Download("f.bin"));
         const int level = verbose ? 6 : 8;
         ASSERT_TRUE(logs.WaitFor("Send packet to " + client.Name() + ": len=92, opcode=3"));
+        EXPECT_TRUE(logs.Contains("Starting server, threadpool=4", 6));
         EXPECT_TRUE(logs.Contains("Use session: address=" + client.Name() + ", status=1", level)) << verbose;
         EXPECT_TRUE(logs.Contains("Send packet to " + client.Name() + ": len=516, opcode=3", level)) << verbose;
-    }
-}
-
-TEST_F(TftpServerTest, TransfersOfBoundarySizes)
-{
-    StartServer();
-    // Downloads: the payload size of each DATA packet.
-    const std::pair<std::size_t, std::vector<std::size_t>> downloads[] = {
-        {0, {0}}, {511, {511}}, {512, {512, 0}}, {513, {512, 1}}, {1024, {512, 512, 0}}};
-    for (const auto& [size, blocks] : downloads)
-    {
-        const std::string contents = PatternBytes(size, static_cast<unsigned>(size));
-        WriteFile(home / "down.bin", contents);
-        UdpClient client;
-        std::vector<std::size_t> seen;
-        EXPECT_EQ(client.Download("down.bin", &seen), contents) << size;
-        EXPECT_EQ(seen, blocks) << size;
-    }
-    // Uploads: the last-block test measures the whole datagram, so a final block of 508 to 511
-    // bytes leaves the upload open until the time-out. Deliberate.
-    const std::pair<std::size_t, bool> uploads[] = {{0, true},     {507, true},      {512, true},      {70000, true},
-                                                    {1020, false}, {1023, false}};
-    for (const auto& [size, lands] : uploads)
-    {
-        const std::string name = "up" + std::to_string(size);
-        const std::string contents = PatternBytes(size, static_cast<unsigned>(size) + 3);
-        UdpClient client;
-        EXPECT_TRUE(client.Upload(name, contents)) << "every block is acknowledged: " << size;
-        EXPECT_EQ(ReadFile(home / (lands ? name : name + ".part")), contents) << size;
-        EXPECT_NE(Exists(home / name), Exists(home / name + ".part")) << size;
     }
 }
 
@@ -524,56 +495,44 @@ TEST_F(TftpServerTest, BlockCounterWrapsAfter65535Blocks)
 
 TEST_F(TftpServerTest, FullDiskEndsTheUploadWithoutATarget)
 {
-    TempDirectory small;
-    const std::string reason = MountPrivateTmpfs(small.Path());
+    const std::string reason = StartServerOnTmpfs();
     if (!reason.empty())
     {
         GTEST_SKIP() << "needs a private tmpfs: " << reason;
     }
-    auto settings = DefaultSettings();
-    settings.HomePaths = {{"/", small.Path()}};
-    StartServer(settings);
     UdpClient client;
     client.Send(Request(2, "big.bin"));
-    EXPECT_EQ(client.Receive()->raw, Ack(0));
     const std::string contents = PatternBytes(200 * 1024, 3);
-    std::optional<Reply> reply;
-    std::uint16_t block = 1;
-    for (; block <= 400 && (!reply || reply->opCode == 4); ++block)
+    std::optional<Reply> reply = client.Receive();
+    std::uint16_t block = 0;
+    for (; block < 400 && reply && reply->raw == Ack(block); ++block)
     {
-        client.Send(Data(block, contents.substr((block - 1U) * 512U, 512)));
+        client.Send(Data(static_cast<std::uint16_t>(block + 1), contents.substr(block * 512U, 512)));
         reply = client.Receive();
     }
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->raw, AccessViolation) << "a full disk is reported as code 2";
+    EXPECT_EQ(reply ? reply->raw : "", AccessViolation) << "a full disk is reported as code 2";
     EXPECT_LT(block, 200) << "the disk filled before the upload ended";
     EXPECT_TRUE(logs.Contains("Unable to write to file", 3));
-    EXPECT_FALSE(Exists(small / "big.bin"));
-    StopServer();
-    ::umount2(small.Path().c_str(), MNT_DETACH);
+    EXPECT_FALSE(Exists(tmpfs / "big.bin"));
 }
 
 TEST_F(TftpServerTest, ReadOnlyFolderRefusesUploadsAndStillServesDownloads)
 {
-    TempDirectory readOnly;
-    const std::string reason = MountPrivateTmpfs(readOnly.Path(), [&] {
-        WriteFile(readOnly / "present.bin", "present");
-        WriteFile(readOnly / "blocker", "a file where a folder is needed");
+    const std::string reason = StartServerOnTmpfs([this] {
+        WriteFile(tmpfs / "present.bin", "present");
+        WriteFile(tmpfs / "blocker", "a file where a folder is needed");
     });
     if (!reason.empty())
     {
         GTEST_SKIP() << "needs a private read-only tmpfs: " << reason;
     }
-    auto settings = DefaultSettings();
-    settings.HomePaths = {{"/", readOnly.Path()}};
-    StartServer(settings);
     UdpClient writer;
     writer.Send(Request(2, "new.bin"));
     // Preparing needs no write (the folder exists, no old ".part"): the refusal comes with the data.
     ASSERT_EQ(writer.Receive()->raw, Ack(0));
     writer.Send(Data(1, "x"));
     EXPECT_EQ(writer.Receive()->raw, AccessViolation);
-    EXPECT_FALSE(Exists(readOnly / "new.bin"));
+    EXPECT_FALSE(Exists(tmpfs / "new.bin"));
     // A folder that cannot be created, or one in place of a file: error 2 with the reason.
     for (const std::string name : {"sub/new.bin", "blocker/new.bin"})
     {
@@ -581,15 +540,11 @@ TEST_F(TftpServerTest, ReadOnlyFolderRefusesUploadsAndStillServesDownloads)
         deeper.Send(Request(2, name));
         const auto refused = deeper.Receive();
         ASSERT_TRUE(refused);
-        EXPECT_EQ(refused->opCode, 5);
-        EXPECT_EQ(refused->number, 2) << name;
+        EXPECT_EQ(refused->raw.substr(0, 4), Error(2, "").substr(0, 4)) << name;
         EXPECT_NE(refused->body.find(name.substr(0, name.find('/'))), std::string::npos) << refused->body;
         EXPECT_TRUE(logs.Contains("Failed to prepare for writing: " + refused->body, 3));
     }
-    UdpClient reader;
-    EXPECT_EQ(reader.Download("present.bin"), "present");
-    StopServer();
-    ::umount2(readOnly.Path().c_str(), MNT_DETACH);
+    EXPECT_EQ(UdpClient().Download("present.bin"), "present");
 }
 
 // A real client: its program, and command lines with %R for the remote and %L for the local name.
@@ -626,29 +581,27 @@ TEST_P(TftpServerClientsTest, DownloadsAndUploadsByteForByte)
     {
         GTEST_SKIP() << client.program << " is not installed";
     }
-    auto settings = DefaultSettings();
-    settings.Timeout = 5;
-    settings.MaxRetries = 5;
-    StartServer(settings);
+    StartServer([](Settings& settings) {
+        settings.Timeout = 5;
+        settings.MaxRetries = 5;
+    });
     TempDirectory local;
-    for (const std::size_t size : {0UL, 511UL, 512UL, 513UL, 70000UL})
+    // The last-block test of uploads measures the whole datagram: a final block of 508 to 511 bytes
+    // (1020, 1022) is taken as complete by every client while the server keeps it in the part file.
+    // Deliberate.
+    const std::pair<bool, std::size_t> transfers[] = {
+        {false, 0},  {false, 511}, {false, 512},  {false, 513},  {false, 70000}, {true, 0},
+        {true, 507}, {true, 512},  {true, 1020}, {true, 1022}, {true, 70000}};
+    for (const auto& [upload, size] : transfers)
     {
+        const std::string name = (upload ? "up" : "down") + std::to_string(size);
         const std::string contents = PatternBytes(size, static_cast<unsigned>(size) + 11);
-        WriteFile(home / "down.bin", contents);
-        const auto [status, output] = Run(client.get, "down.bin", local / "down.bin");
-        EXPECT_EQ(status, 0) << "download of " << size << " bytes: " << output;
-        EXPECT_EQ(ReadFile(local / "down.bin"), contents) << "download of " << size << " bytes";
-    }
-    // A final block of 510 bytes: every client takes the upload as complete while the server keeps
-    // it in the part file. Deliberate.
-    for (const std::size_t size : {0UL, 100UL, 512UL, 1022UL, 70000UL})
-    {
-        const std::string name = "up" + std::to_string(size);
-        const std::string contents = PatternBytes(size, static_cast<unsigned>(size) + 17);
-        WriteFile(local / name, contents);
-        const auto [status, output] = Run(client.put, name, local / name);
-        EXPECT_EQ(status, 0) << "upload of " << size << " bytes: " << output;
-        EXPECT_EQ(ReadFile(home / (size == 1022 ? name + ".part" : name)), contents) << "upload of " << size;
+        WriteFile((upload ? local : home) / name, contents);
+        const auto [status, output] = Run(upload ? client.put : client.get, name, local / name);
+        EXPECT_EQ(status, 0) << name << ": " << output;
+        const bool kept = size == 1020 || size == 1022;
+        EXPECT_EQ(ReadFile(upload ? home / (kept ? name + ".part" : name) : local / name), contents) << name;
+        EXPECT_EQ(Exists(home / name), !kept) << name;
     }
     // curl tells a missing file only by its status, 68 (its text is about getpeername: the error
     // comes from port 69 rather than a new port); the others print the server's text.
