@@ -1,5 +1,4 @@
-// Tests of the dotted type names and their namespace part (class and template names are shown by the
-// loggers' names).
+// Tests of the dotted type names, which name the class loggers, and of their namespace part.
 #include "Qib/RuntimeTypeInfo.hpp"
 
 #include "Qib/TypeName.hpp"
@@ -14,6 +13,10 @@ enum class Colour
 {
     Red
 };
+template <typename T>
+struct Box
+{
+};
 } // namespace TypeNameSamples::Inner
 
 using Qib::RuntimeTypeInfo;
@@ -21,7 +24,8 @@ using Qib::String;
 
 TEST(RuntimeTypeInfoTest, NamesUseDotsAndTextThatIsNoSymbolIsKept)
 {
-    EXPECT_EQ(Qib::TypeName<TypeNameSamples::Inner::Colour>(), String("TypeNameSamples.Inner.Colour"));
+    EXPECT_EQ(Qib::TypeName<TypeNameSamples::Inner::Box<TypeNameSamples::Inner::Colour>>(),
+              String("TypeNameSamples.Inner.Box<TypeNameSamples.Inner.Colour>"));
     EXPECT_EQ(RuntimeTypeInfo::DemangleSymbol("not a symbol"), String("not a symbol"));
     EXPECT_EQ(RuntimeTypeInfo::DemangleSymbol("Odd::Name"), String("Odd.Name"));
 }

@@ -8,6 +8,7 @@
 #include "Support/JoinLimit.hpp"
 #include "Support/TempDirectory.hpp"
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -19,7 +20,6 @@
 #include <string>
 #include <tuple>
 #include <utility>
-#include <vector>
 
 using Qib::System::Commons::Io::Directory;
 using Qib::System::Commons::Io::File;
@@ -28,24 +28,6 @@ using Qib::System::Commons::Threading::ThreadSettings;
 using VantrelTest::ErrorOf;
 using VantrelTest::ReadFile;
 using VantrelTest::WriteFile;
-
-namespace
-{
-
-// The error names every path given and the system's reason.
-testing::AssertionResult Names(const std::string& message, const std::vector<std::string>& texts)
-{
-    for (const auto& text : texts)
-    {
-        if (message.find(text) == std::string::npos)
-        {
-            return testing::AssertionFailure() << "'" << message << "' does not contain '" << text << "'";
-        }
-    }
-    return testing::AssertionSuccess();
-}
-
-} // namespace
 
 TEST(FileTest, ExistsOnlyForRegularFiles)
 {
@@ -62,7 +44,8 @@ TEST(FileTest, ExistsOnlyForRegularFiles)
     }
     File::Delete(folder / "a.txt");
     EXPECT_FALSE(File::Exists(folder / "a.txt"));
-    EXPECT_TRUE(Names(ErrorOf([&] { File::Delete(folder / "a.txt"); }), {folder / "a.txt", std::strerror(ENOENT)}));
+    EXPECT_EQ(ErrorOf([&] { File::Delete(folder / "a.txt"); }),
+              "Cannot delete file '" + folder / "a.txt" + "': " + std::strerror(ENOENT));
 }
 
 TEST(FileTest, MoveReplacesOrRefusesAndCreatesTheFolderOnlyWhenAsked)
@@ -96,7 +79,7 @@ TEST(FileTest, MoveReplacesOrRefusesAndCreatesTheFolderOnlyWhenAsked)
             continue;
         }
         const std::string message = ErrorOf([&] { File::Move(source, target, move.overwrite, move.createFolder); });
-        EXPECT_TRUE(Names(message, {source, target, std::strerror(move.error)}));
+        EXPECT_EQ(message, fmt::format("Cannot move file '{}' to '{}': {}", source, target, std::strerror(move.error)));
         EXPECT_EQ(ReadFile(target), targetBefore) << move.target;
         EXPECT_EQ(File::Exists(source), std::string(move.source) == "x.part");
     }
@@ -118,7 +101,8 @@ TEST(DirectoryTest, CreateMakesTheParentsOnlyWhenAskedAndNamesPathAndReasonOnFai
     {
         const std::string full = folder / path;
         const bool withParents = parents;
-        EXPECT_TRUE(Names(ErrorOf([&] { Directory::Create(full, withParents); }), {full, std::strerror(error)}));
+        EXPECT_EQ(ErrorOf([&] { Directory::Create(full, withParents); }),
+                  fmt::format("Cannot create directory '{}': {}", full, std::strerror(error)));
     }
     EXPECT_FALSE(Directory::Exists(folder / "x"));
     EXPECT_FALSE(Directory::Exists(folder / "plain"));
@@ -143,5 +127,5 @@ TEST(DirectoryTest, DeepPathOnASmallStackIsCreatedUpToThePathLimitAndRefusedBeyo
     thread.Start();
     ASSERT_TRUE(thread.Join());
     EXPECT_TRUE(Directory::Exists(deep));
-    EXPECT_TRUE(Names(refused, {std::strerror(ENAMETOOLONG)}));
+    EXPECT_EQ(refused, fmt::format("Cannot create directory '{}/d': {}", deep, std::strerror(ENAMETOOLONG)));
 }

@@ -1,32 +1,18 @@
-// Tests of the IPv4 address value: strict parsing, text round trips, network byte order, ordering.
+// Tests of the IPv4 address value: strict parsing and ordering (text round trips are shown by the
+// daemon's configuration and host table tests).
 #include "Qib/System/Commons/Net/IpAddress.hpp"
 
 #include "Qib/System/Commons/InvalidFormatException.hpp"
 #include "Support/ExceptionMessage.hpp"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 using Qib::String;
 using Qib::System::Commons::InvalidFormatException;
 using Qib::System::Commons::Net::IpAddress;
-
-TEST(IpAddressTest, DottedQuadRoundTripsThroughTheValueInNetworkOrder)
-{
-    const std::pair<const char*, std::uint32_t> cases[] = {
-        {"192.168.1.10", 0xC0A8010AU}, {"255.255.255.255", 0xFFFFFFFFU}, {"1.2.3.4", 0x01020304U},
-        {"127.0.0.1", INADDR_LOOPBACK}, {"0.0.0.0", 0U}};
-    for (const auto& [text, hostOrder] : cases)
-    {
-        const IpAddress address = IpAddress::Parse(text);
-        EXPECT_EQ(address.GetValue(), htonl(hostOrder)) << text;
-        EXPECT_EQ(IpAddress(htonl(hostOrder)).ToString(), String(text));
-        EXPECT_EQ(IpAddress(address.GetValue()), address);
-    }
-    EXPECT_EQ(IpAddress(), IpAddress::Parse("0.0.0.0"));
-}
 
 TEST(IpAddressTest, AnythingButDottedQuadIsRefused)
 {
@@ -47,13 +33,10 @@ TEST(IpAddressTest, AnythingButDottedQuadIsRefused)
 TEST(IpAddressTest, EqualityAndOrderAreOnTheHeldNetworkOrderValue)
 {
     const IpAddress a = IpAddress::Parse("1.0.0.2");
+    const IpAddress same = IpAddress::Parse("1.0.0.2");
     const IpAddress b = IpAddress::Parse("2.0.0.1");
-    EXPECT_TRUE(a == IpAddress::Parse("1.0.0.2"));
-    EXPECT_FALSE(a != IpAddress::Parse("1.0.0.2"));
-    EXPECT_TRUE(a != b);
-    EXPECT_FALSE(a == b);
     // Deliberately the order of the held 32-bit value, not of the dotted text.
-    EXPECT_EQ(a < b, a.GetValue() < b.GetValue());
-    EXPECT_NE(a < b, b < a);
-    EXPECT_FALSE(a < a);
+    ASSERT_GT(a.GetValue(), b.GetValue());
+    EXPECT_EQ(std::make_tuple(a == same, a != same, a == b, a != b, a < b, b < a, a < same),
+              std::make_tuple(true, false, false, true, false, true, false));
 }

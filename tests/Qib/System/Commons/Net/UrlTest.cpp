@@ -5,33 +5,26 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+
 using Qib::String;
 using Qib::System::Commons::InvalidFormatException;
 using Qib::System::Commons::Net::Url;
 
 TEST(UrlTest, PartsAreReadAndPrintedBack)
 {
-    struct Case
+    using Parts = std::tuple<String, String, unsigned int, String>;
+    const std::pair<const char*, Parts> cases[] = {{"tls://10.0.0.1:41100", {"tls", "10.0.0.1", 41100, ""}},
+                                                   {"http://controller.local", {"http", "controller.local", 0, ""}},
+                                                   {"http://host_1:8080/api/v1", {"http", "host_1", 8080, "/api/v1"}},
+                                                   {"svn+ssh://h/x", {"svn+ssh", "h", 0, "/x"}},
+                                                   {"tls://h:65535", {"tls", "h", 65535, ""}}};
+    for (const auto& [text, parts] : cases)
     {
-        const char* text;
-        const char* scheme;
-        const char* host;
-        unsigned int port;
-        const char* path;
-    };
-    const Case cases[] = {{"tls://10.0.0.1:41100", "tls", "10.0.0.1", 41100, ""},
-                          {"http://controller.local", "http", "controller.local", 0, ""},
-                          {"http://host_1:8080/api/v1", "http", "host_1", 8080, "/api/v1"},
-                          {"svn+ssh://h/x", "svn+ssh", "h", 0, "/x"},
-                          {"tls://h:65535", "tls", "h", 65535, ""}};
-    for (const Case& url : cases)
-    {
-        const Url parsed = Url::Parse(url.text);
-        EXPECT_EQ(parsed.GetScheme(), String(url.scheme)) << url.text;
-        EXPECT_EQ(parsed.GetHost(), String(url.host)) << url.text;
-        EXPECT_EQ(parsed.GetPort(), url.port) << url.text;
-        EXPECT_EQ(parsed.GetPath(), String(url.path)) << url.text;
-        EXPECT_EQ(parsed.ToString(), String(url.text));
+        const Url url = Url::Parse(text);
+        EXPECT_EQ(Parts(url.GetScheme(), url.GetHost(), url.GetPort(), url.GetPath()), parts) << text;
+        EXPECT_EQ(url.ToString(), String(text));
     }
 }
 

@@ -12,6 +12,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using Qib::System::Commons::Diagnostics::Logging::Log;
@@ -55,7 +56,24 @@ struct fmt::formatter<LoggingSamples::Strange> : fmt::formatter<int>
     }
 };
 
-TEST(LoggerBaseTest, RecordsCarryNameLevelNumberMessageTemplateAndArguments)
+namespace
+{
+
+using Fields = std::tuple<std::string, int, std::string, std::string, std::vector<std::string>>;
+
+std::vector<Fields> FieldsOf(const LogCapture& capture)
+{
+    std::vector<Fields> fields;
+    for (const auto& record : capture.Records())
+    {
+        fields.emplace_back(record.LoggerName, record.Level, record.Message, record.Template, record.Arguments);
+    }
+    return fields;
+}
+
+} // namespace
+
+TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTemplatesAreReportedAsErrors)
 {
     LogCapture capture(8);
     LoggerBase logger("Sample.Logger");
@@ -64,34 +82,33 @@ TEST(LoggerBaseTest, RecordsCarryNameLevelNumberMessageTemplateAndArguments)
     logger.Info("file {0}", std::string("a{0}b{"));
     logger.Debug("d {0:.1f}", 2.375, 'c');
     logger.Trace("t {0}", std::string("x"));
-    const auto records = capture.Records();
-    ASSERT_EQ(records.size(), 5U);
-    struct Expected
-    {
-        int level;
-        std::string message;
-        std::string pattern;
-        std::vector<std::string> arguments;
-    };
-    const std::vector<Expected> expected{{3, "e 1", "e {0}", {"1"}},
-                                         {5, "w b a", "w {1} {0}", {"a", "b"}},
-                                         {6, "file a{0}b{", "file {0}", {"a{0}b{"}},
-                                         {7, "d 2.4", "d {0:.1f}", {"2.375", "c"}},
-                                         {8, "t x", "t {0}", {"x"}}};
-    for (std::size_t i = 0; i < expected.size(); ++i)
-    {
-        EXPECT_EQ(records[i].LoggerName, "Sample.Logger");
-        EXPECT_EQ(records[i].Level, expected[i].level);
-        EXPECT_EQ(records[i].Message, expected[i].message);
-        EXPECT_EQ(records[i].Template, expected[i].pattern);
-        EXPECT_EQ(records[i].Arguments, expected[i].arguments) << expected[i].message;
-    }
+    logger.Debug("value {0}", LoggingSamples::Failing{});
+    logger.Trace("value {0}", LoggingSamples::Strange{});
+    logger.Info("needs {1}", 1);
+    const std::string failed = "Exception occurs during format of log message: ";
+    const std::vector<Fields> expected{
+        {"Sample.Logger", 3, "e 1", "e {0}", {"1"}},
+        {"Sample.Logger", 5, "w b a", "w {1} {0}", {"a", "b"}},
+        {"Sample.Logger", 6, "file a{0}b{", "file {0}", {"a{0}b{"}},
+        {"Sample.Logger", 7, "d 2.4", "d {0:.1f}", {"2.375", "c"}},
+        {"Sample.Logger", 8, "t x", "t {0}", {"x"}},
+        {"Sample.Logger", 3, failed + "formatter broke", failed + "{0}", {"formatter broke"}},
+        {"Sample.Logger", 3, failed + "Unknown exception", failed + "Unknown exception", {}}};
+    auto fields = FieldsOf(capture);
+    ASSERT_EQ(fields.size(), expected.size() + 1);
+    // fmt's own reason for a missing argument is its wording, not ours.
+    EXPECT_EQ(std::get<2>(fields.back()).rfind(failed, 0), 0U);
+    EXPECT_GT(std::get<2>(fields.back()).size(), failed.size()) << "the reason is missing";
+    EXPECT_EQ(std::get<1>(fields.back()), 3);
+    fields.pop_back();
+    EXPECT_EQ(fields, expected);
 }
 
+// Messages above the level are never formatted: formatting these would report an error.
 TEST(LoggerBaseTest, EveryLoggerWritesOnlyLevelsUpToTheProcessLevel)
 {
     const std::pair<int, std::vector<std::string>> cases[] = {
-        {0, {}}, {3, {"e"}}, {5, {"e", "w"}}, {6, {"e", "w", "i"}}, {8, {"e", "w", "i", "d", "t", "root"}}};
+        {0, {}}, {5, {"e", "w"}}, {6, {"e", "w", "i"}}, {8, {"e", "w", "i", "d", "t", "root"}}};
     for (const auto& [level, written] : cases)
     {
         LogCapture capture(level);
@@ -102,6 +119,11 @@ TEST(LoggerBaseTest, EveryLoggerWritesOnlyLevelsUpToTheProcessLevel)
         LoggerBase("Other").Info("i");
         logger.Debug("d");
         logger.Trace("t");
+        if (level < 7)
+        {
+            logger.Debug("{0}", LoggingSamples::Strange{});
+            logger.Trace("{0}", LoggingSamples::Failing{});
+        }
         Log::rootLogAdapterPtr->Trace("root");
         EXPECT_EQ(capture.Messages(), written) << "level " << level;
         EXPECT_EQ(LoggerBase::IsEnabled(LogLevel::Warning), level >= 5);
@@ -110,45 +132,10 @@ TEST(LoggerBaseTest, EveryLoggerWritesOnlyLevelsUpToTheProcessLevel)
     }
 }
 
-// Formatting them would report an error.
-TEST(LoggerBaseTest, MessagesAboveTheLevelAreNeverFormatted)
-{
-    LogCapture capture(6);
-    LoggerBase logger("Sample.Logger");
-    logger.Debug("{0}", LoggingSamples::Strange{});
-    logger.Trace("{0}", LoggingSamples::Failing{});
-    EXPECT_TRUE(capture.Records().empty());
-}
-
-TEST(LoggerBaseTest, TemplateThatFailsToFormatIsReportedAsAnErrorWithTheReason)
-{
-    LogCapture capture(8);
-    LoggerBase logger("Sample.Logger");
-    const std::string failed = "Exception occurs during format of log message: ";
-    logger.Debug("value {0}", LoggingSamples::Failing{});
-    logger.Trace("value {0}", LoggingSamples::Strange{});
-    logger.Info("needs {1}", 1);
-    logger.Info("unclosed {0", 1);
-    const auto records = capture.Records();
-    ASSERT_EQ(records.size(), 4U);
-    EXPECT_EQ(records[0].Message, failed + "formatter broke");
-    EXPECT_EQ(records[0].Template, failed + "{0}");
-    EXPECT_EQ(records[0].Arguments, std::vector<std::string>{"formatter broke"});
-    EXPECT_EQ(records[1].Message, failed + "Unknown exception");
-    for (const auto& record : records)
-    {
-        EXPECT_EQ(record.Level, 3);
-        EXPECT_EQ(record.LoggerName, "Sample.Logger");
-        EXPECT_EQ(record.Message.rfind(failed, 0), 0U) << record.Message;
-        EXPECT_GT(record.Message.size(), failed.size()) << "the reason is missing";
-    }
-}
-
 TEST(LoggerBaseTest, OnlyTheFirstNameCountsAlsoWhenThreadsNameAndLogAtOnce)
 {
     LogCapture capture(8);
     LoggerBase logger;
-    EXPECT_EQ(logger.GetName(), "");
     VantrelTest::RunConcurrently(4, [&logger](int t) {
         logger.Initialize("Name" + std::to_string(t));
         for (int i = 0; i < 100; ++i)
