@@ -32,19 +32,17 @@ protected:
     // Polls `status --json` until a download of `name` is in progress; checks the text form then.
     bool WaitForRunning(const std::string& name)
     {
-        std::string output;
-        std::string error;
-        const bool running = VantrelTest::WaitUntil([&] {
-            if (Status({"--json"}, output, error) != 0)
+        const bool running = VantrelTest::Eventually([&] {
+            const auto status = Status({"--json"});
+            if (status.Status != 0)
             {
                 return false;
             }
-            const auto transfers = nlohmann::json::parse(output).at("running");
+            const auto transfers = nlohmann::json::parse(status.Output).at("running");
             return transfers.size() == 1 && transfers[0].at("name") == name &&
                    transfers[0].at("direction") == "download";
         });
-        Status({}, output, error);
-        return running && output.find("Transfers in progress: 1\n  download 127.0.0.1:") != std::string::npos;
+        return running && Status({}).Output.find("Transfers in progress: 1\n  download 127.0.0.1:") != std::string::npos;
     }
 };
 
@@ -53,13 +51,12 @@ protected:
 TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSigtermWithinASecond)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    std::string output;
-    std::string error;
-    EXPECT_EQ(Status({}, output, error), 69);
-    EXPECT_NE(error.find("no vantrel-netd is running: nothing listens on " + (root / "netd.sock").string()),
+    const auto absent = Status({});
+    EXPECT_EQ(absent.Status, 69);
+    EXPECT_NE(absent.Error.find("no vantrel-netd is running: nothing listens on " + (root / "netd.sock").string()),
               std::string::npos)
-        << error;
-    ExpectOneLine(error);
+        << absent.Error;
+    ExpectOneLine(absent.Error);
 
     // The ".part" files of failed uploads go at the start once stale, nested ones too; fresh ones and other files stay.
     const fs::path boot = root / "boot";
@@ -110,10 +107,11 @@ TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSig
     EXPECT_EQ(Read(boot / "stored.txt"), "uploaded by the test\n");
 
     EXPECT_EQ(fs::status(root / "netd.sock").permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_EQ(Status({}, output, error, VantrelTest::AsNobody()), 77);
-    EXPECT_NE(error.find("no permission to use the control socket"), std::string::npos) << error;
-    ExpectOneLine(error);
-    EXPECT_EQ(Status({}, output, error), 0) << error;
+    const auto refused = Status({}, VantrelTest::AsNobody());
+    EXPECT_EQ(refused.Status, 77);
+    EXPECT_NE(refused.Error.find("no permission to use the control socket"), std::string::npos) << refused.Error;
+    ExpectOneLine(refused.Error);
+    EXPECT_EQ(Status({}).Status, 0);
 
     // The TFTP loop never ends by itself: the stop is bounded by the join limit the daemon sets.
     const auto signalled = std::chrono::steady_clock::now();
@@ -238,36 +236,35 @@ TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
     const auto stalled = [](int timeout) {
         return "[tftp]\ntimeout = " + std::to_string(timeout) + "\nretries = 5\n[[tftp.home]]\npath = \"boot\"\n";
     };
+    int timeout = 1;
+    auto daemon = StartDaemon({"--config", Config(stalled(timeout))});
     // A signal that comes during the wait: none, a second SIGHUP (one more reload after this one), a stop.
+    // Each reload changes the time-out, so that the server restarts; the wait is the old time-out and one second.
     for (const int during : {0, SIGHUP, SIGTERM})
     {
-        auto daemon = StartDaemon({"--config", Config(stalled(1))});
+        const std::size_t from = daemon->StandardError().size();
         VantrelTest::UdpClient client;
         client.Send(VantrelTest::Request(1, "image.bin"));
         ASSERT_TRUE(client.Receive().has_value());
-        Config(stalled(2));
+        Config(stalled(3 - timeout));
         daemon->Signal(SIGHUP);
-        ASSERT_TRUE(daemon->WaitForError("tftp: waiting up to 2 s for 1 transfer(s)")) << daemon->StandardError();
+        ASSERT_TRUE(daemon->WaitForError("tftp: waiting up to " + std::to_string(timeout + 1) + " s for 1 transfer(s)",
+                                         10s, from))
+            << daemon->StandardError();
+        timeout = 3 - timeout;
         if (during != 0)
         {
             daemon->Signal(during);
         }
         const std::string cause = during == SIGTERM ? "the stop" : "the reload";
         EXPECT_TRUE(daemon->WaitForError("tftp: download " + client.Name() + " `image.bin` (" +
-                                         (root / "boot" / "image.bin").string() + ") octet: cut by " + cause))
+                                             (root / "boot" / "image.bin").string() + ") octet: cut by " + cause,
+                                         10s, from))
             << daemon->StandardError();
-        if (during != SIGTERM)
-        {
-            EXPECT_TRUE(daemon->WaitForError("Reload done")) << daemon->StandardError();
-        }
-        if (during == SIGHUP)
-        {
-            const std::size_t first = daemon->StandardError().find("Reload done");
-            EXPECT_TRUE(daemon->WaitForError("Reload: bootp unchanged; tftp unchanged", 5s, first))
-                << daemon->StandardError();
-        }
-        EXPECT_EQ(daemon->Stop(), 0) << daemon->StandardError();
+        const std::string next = during == 0 ? "Reload done" : "Reload: bootp unchanged; tftp unchanged";
+        EXPECT_TRUE(during == SIGTERM || daemon->WaitForError(next, 10s, from)) << daemon->StandardError();
     }
+    EXPECT_EQ(daemon->WaitForExit(), 0) << daemon->StandardError();
 }
 
 TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
@@ -347,16 +344,16 @@ TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
         local.sin_family = AF_INET;
         local.sin_port = htons(run.status == 69 ? 69 : 0);
         ASSERT_EQ(::bind(holder, reinterpret_cast<const sockaddr*>(&local), sizeof local), 0);
-        std::string error;
-        std::string output;
-        EXPECT_EQ(DaemonProcess::Run(arguments, &error, &output, run.prefix), run.status) << arguments[0] << error;
+        const auto result = DaemonProcess::Run(arguments, run.prefix);
         ::close(holder);
-        EXPECT_NE((run.status == 0 ? output : error).find(run.shown), std::string::npos) << output << error;
-        EXPECT_EQ(output.find("edge.img"), std::string::npos) << output;
+        EXPECT_EQ(result.Status, run.status) << arguments[0] << result.Error;
+        EXPECT_NE((run.status == 0 ? result.Output : result.Error).find(run.shown), std::string::npos)
+            << result.Output << result.Error;
+        EXPECT_EQ(result.Output.find("edge.img"), std::string::npos) << result.Output;
         if (run.status != 0)
         {
-            EXPECT_EQ(error.rfind("vantrel-netd: ", 0), 0U) << error;
-            ExpectOneLine(error);
+            EXPECT_EQ(result.Error.rfind("vantrel-netd: ", 0), 0U) << result.Error;
+            ExpectOneLine(result.Error);
         }
     }
     EXPECT_TRUE(fs::exists(given));
