@@ -207,7 +207,6 @@ TEST_F(ConfigLoaderTest, ErrorsNameFileLineColumnAndKey)
         {"[web]\nlisten = \"localhost:8069\"\n", "site.toml:2:10: web.listen: \"localhost:8069\" is not an address"},
         {"[web]\nlisten = \"127.0.0.1:0\"\n", "site.toml:2:10: web.listen: \"127.0.0.1:0\" is not"},
         {"[web]\nlisten = \"127.0.0.1:http\"\n", "site.toml:2:10: web.listen: \"127.0.0.1:http\" is not"},
-        {"[tftp\n", "site.toml:1:6: "},
         {"a = 1\na = 2\n", "site.toml:2:"},
     };
     for (const Case& item : cases)
