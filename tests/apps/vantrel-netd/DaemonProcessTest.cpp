@@ -17,6 +17,7 @@
 
 #include <filesystem>
 #include <thread>
+#include <tuple>
 
 using VantrelTest::CountOf;
 using VantrelTest::DaemonProcess;
@@ -79,14 +80,9 @@ TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSig
     }
 
     Write(root / "client" / "upload.txt", "uploaded by the test\n");
-    struct Request
-    {
-        std::string mode;
-        std::string command;
-        std::string line;
-    };
     const std::string image = "`image.bin` (" + (boot / "image.bin").string() + ") ";
-    const Request requests[] = {
+    // Mode, client command, the journal's line.
+    const std::tuple<std::string, std::string, std::string> requests[] = {
         {"netascii", "get image.bin",
          image + "netascii: complete, netascii requested and served unconverted, " + std::to_string(content.size())},
         {"binary", "get image.bin", image + "octet: complete, " + std::to_string(content.size()) + " bytes in "},
@@ -95,11 +91,11 @@ TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSig
         {"binary", "get absent.bin", "`absent.bin` (" + (boot / "absent.bin").string() + ") octet: refused: not found"},
         {"binary", "put upload.txt image.bin", image + "octet: refused: the file exists and overwriting is off"},
     };
-    for (const Request& request : requests)
+    for (const auto& [mode, command, line] : requests)
     {
         const std::size_t from = daemon->StandardError().size();
-        Tftp(request.command, request.mode);
-        EXPECT_TRUE(daemon->WaitForError(request.line, 5s, from)) << daemon->StandardError();
+        Tftp(command, mode);
+        EXPECT_TRUE(daemon->WaitForError(line, 5s, from)) << daemon->StandardError();
         const std::string after = daemon->StandardError().substr(from);
         EXPECT_EQ(CountOf(after, "tftp: "), 1U) << after;
     }
@@ -189,33 +185,28 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
     // Uploads on at the start: a confined daemon can turn them off at a reload, not on.
     auto daemon = StartDaemon({"--config", Config(ControlConfig() + TftpConfig("boot", true) + BootpConfig("a.0", 1))},
                               "BOOTP server on");
-    struct Reload
-    {
-        std::string config;
-        std::string change;
-        bool uploads;
-    };
-    const Reload reloads[] = {
+    // The new config, the line naming the change, whether uploads are on then.
+    const std::tuple<std::string, std::string, bool> reloads[] = {
         {TftpConfig("boot", true) + BootpConfig("b.0", 2),
          "Reload: bootp: 1 host added, boot file changed; tftp unchanged", true},
         {TftpConfig("boot", false) + BootpConfig("b.0", 2), "Reload: bootp unchanged; tftp: write changed", false},
     };
     const std::string complete =
         "`big.bin` (" + (root / "boot" / "big.bin").string() + ") octet: complete, 1048576 bytes in ";
-    for (const Reload& reload : reloads)
+    for (const auto& [config, change, uploads] : reloads)
     {
         const std::size_t from = daemon->StandardError().size();
         fs::remove(root / "client" / "big.bin");
         std::thread download([this] { Tftp("get big.bin"); });
         EXPECT_TRUE(WaitForRunning("big.bin")) << daemon->StandardError();
-        Config(ControlConfig() + reload.config);
+        Config(ControlConfig() + config);
         daemon->Signal(SIGHUP);
         EXPECT_TRUE(daemon->WaitForError("Reload done", 20s, from)) << daemon->StandardError();
         download.join();
         // The journal writes its line off the server threads, a moment after the client is done.
         EXPECT_TRUE(daemon->WaitForError(complete, 10s, from)) << daemon->StandardError();
         const std::string log = daemon->StandardError().substr(from);
-        EXPECT_NE(log.find(reload.change), std::string::npos) << log;
+        EXPECT_NE(log.find(change), std::string::npos) << log;
         // The download ran across the reload and arrived whole; none was cut.
         EXPECT_LT(log.find("SIGHUP: reloading"), log.find(complete)) << log;
         EXPECT_TRUE(Read(root / "client" / "big.bin") == image) << log;
@@ -223,7 +214,7 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
         // The TFTP server runs with the new settings.
         Write(root / "client" / "up.txt", "after the reload\n");
         Tftp("put up.txt up.txt");
-        EXPECT_EQ(fs::exists(root / "boot" / "up.txt"), reload.uploads) << log;
+        EXPECT_EQ(fs::exists(root / "boot" / "up.txt"), uploads) << log;
         fs::remove(root / "boot" / "up.txt");
     }
     EXPECT_EQ(daemon->Stop(), 0);
