@@ -104,28 +104,29 @@ def device_row(driver):
     return next(iter(driver.find_elements(By.CSS_SELECTOR, 'tr[data-hardware="%s"]' % PEER_MAC)), None)
 
 
-def row_text(driver):
-    """The device row's text, read again when a refresh replaced the row meanwhile ("" while there is none)."""
+def retry(action, what, exceptions=(StaleElementReferenceException,)):
+    """Runs action again while a refresh of the page replaces the elements it works on."""
     for _ in range(20):
         try:
-            return getattr(device_row(driver), "text", "")
-        except StaleElementReferenceException:
+            return action()
+        except exceptions:
             time.sleep(0.1)
-    raise AssertionError("the device row kept changing")
+    raise AssertionError(what + " kept changing")
+
+
+def row_text(driver):
+    """The device row's text ("" while there is none)."""
+    return retry(lambda: getattr(device_row(driver), "text", ""), "the device row")
 
 
 def fill(driver, fields):
-    """Types into the device row's inputs and clicks Assign, again when a refresh replaced the row meanwhile."""
-    for _ in range(10):
-        try:
-            row = device_row(driver)
-            for selector, text in fields:
-                row.find_element(By.CSS_SELECTOR, selector).send_keys(text)
-            row.find_element(By.CSS_SELECTOR, "button.assign").click()
-            return
-        except (StaleElementReferenceException, ElementNotInteractableException):
-            time.sleep(0.1)
-    raise AssertionError("the device row kept changing under the form")
+    """Types into the device row's inputs and clicks Assign."""
+    def once():
+        row = device_row(driver)
+        for selector, text in fields:
+            row.find_element(By.CSS_SELECTOR, selector).send_keys(text)
+        row.find_element(By.CSS_SELECTOR, "button.assign").click()
+    retry(once, "the device row under the form", (StaleElementReferenceException, ElementNotInteractableException))
 
 
 def main():
