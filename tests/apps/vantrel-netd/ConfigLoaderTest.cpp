@@ -275,8 +275,8 @@ TEST_F(ConfigLoaderTest, FilePathsAreTakenFromTheConfigFilesFolderAndTheFileIsCl
     const Config config = ConfigLoader::LoadFile(file.string());
     EXPECT_EQ(VantrelTest::CountOpenDescriptors(), descriptors);
     ASSERT_EQ(config.Tftp.HomePaths.size(), 1U);
-    EXPECT_EQ(config.Tftp.HomePaths[0].Path, (root / "boot").string());
-    EXPECT_EQ(config.SourceFile, file.string());
+    EXPECT_EQ(std::make_pair(config.Tftp.HomePaths[0].Path, config.SourceFile),
+              std::make_pair((root / "boot").string(), file.string()));
     for (const fs::path& path : {root / "absent.toml", root / "boot"})
     {
         EXPECT_THROW(ConfigLoader::LoadFile(path.string()), ConfigError) << path;
@@ -290,10 +290,10 @@ TEST_F(ConfigLoaderTest, BuiltInDefaultCreatesAMissingFolderWithASampleFile)
     const Config config = ConfigLoader::BuiltIn(folder.string() + "/");
     ASSERT_TRUE(fs::is_directory(folder));
     EXPECT_TRUE(fs::is_regular_file(folder / "hello.txt"));
-    EXPECT_TRUE(config.Tftp.Enabled && config.Tftp.Read && !config.Tftp.Write && !config.Bootp.Enabled);
     ASSERT_EQ(config.Tftp.HomePaths.size(), 1U);
-    EXPECT_EQ(config.Tftp.HomePaths[0].Alias, "/");
-    EXPECT_EQ(config.Tftp.HomePaths[0].Path, folder.string());
+    EXPECT_EQ(std::make_tuple(config.Tftp.Enabled, config.Tftp.Read, config.Tftp.Write, config.Bootp.Enabled,
+                              config.Tftp.HomePaths[0].Alias, config.Tftp.HomePaths[0].Path),
+              std::make_tuple(true, true, false, false, std::string("/"), folder.string()));
 
     // An existing folder is served as it is.
     fs::remove(folder / "hello.txt");
@@ -313,8 +313,7 @@ TEST_F(ConfigLoaderTest, BuiltInDefaultCreatesAMissingFolderWithASampleFile)
         {
             struct stat status{};
             ASSERT_EQ(::stat(made.c_str(), &status), 0) << made;
-            EXPECT_EQ(status.st_uid, 65534U) << made;
-            EXPECT_EQ(status.st_gid, 65533U) << made;
+            EXPECT_EQ(std::make_pair(status.st_uid, status.st_gid), std::make_pair(65534U, 65533U)) << made;
         }
     }
 }
