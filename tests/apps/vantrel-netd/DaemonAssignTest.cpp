@@ -25,14 +25,12 @@ protected:
     {
         std::vector<std::string> arguments = step.Arguments;
         arguments.insert(arguments.begin() + 1, {"--socket", (root / "netd.sock").string()});
-        std::string output;
-        std::string error;
-        const int status = DaemonProcess::Run(arguments, &error, &output);
-        EXPECT_EQ(status, step.Status) << arguments[0] << " " << arguments[3] << ": " << output << error;
-        EXPECT_NE((output + error).find(step.Output), std::string::npos) << output << error;
-        if (status != 0)
+        const auto run = DaemonProcess::Run(arguments);
+        EXPECT_EQ(run.Status, step.Status) << arguments[0] << " " << arguments[3] << ": " << run.Output << run.Error;
+        EXPECT_NE((run.Output + run.Error).find(step.Output), std::string::npos) << run.Output << run.Error;
+        if (run.Status != 0)
         {
-            ExpectOneLine(error);
+            ExpectOneLine(run.Error);
         }
     }
 };
@@ -90,8 +88,9 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
                                      ":5: 10.77.0.20 is given to 02:77:00:00:00:AA"))
         << daemon->StandardError();
     EXPECT_EQ(daemon->Stop(), 0);
-    std::string error;
-    EXPECT_EQ(DaemonProcess::Run({"--config", config}, &error), 78);
-    EXPECT_NE(error.find("hosts file " + (root / "hosts.csv").string() + ":5: 10.77.0.20 is given to"), std::string::npos)
-        << error;
+    const auto run = DaemonProcess::Run({"--config", config});
+    EXPECT_EQ(run.Status, 78);
+    EXPECT_NE(run.Error.find("hosts file " + (root / "hosts.csv").string() + ":5: 10.77.0.20 is given to"),
+              std::string::npos)
+        << run.Error;
 }

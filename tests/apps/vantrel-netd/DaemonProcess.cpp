@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 
 #include <stdexcept>
-#include <thread>
 
 extern char** environ;
 
@@ -17,20 +16,6 @@ namespace VantrelTest
 {
 
 namespace fs = std::filesystem;
-
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout)
-{
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() >= deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
 
 const std::vector<std::string>& AsNobody()
 {
@@ -93,15 +78,10 @@ std::string DaemonProcess::StandardError() const
     return ReadFile(directory / "stderr").value_or("");
 }
 
-std::string DaemonProcess::StandardOutput() const
-{
-    return ReadFile(directory / "stdout").value_or("");
-}
-
 bool DaemonProcess::WaitForError(const std::string& text, std::chrono::milliseconds timeout, std::size_t from) const
 {
     const auto shown = [&] { return StandardError().find(text, from) != std::string::npos; };
-    WaitUntil([&] { return shown() || HasEnded(); }, timeout);
+    Eventually([&] { return shown() || HasEnded(); }, timeout);
     return shown();
 }
 
@@ -116,7 +96,7 @@ bool DaemonProcess::HasEnded() const
 int DaemonProcess::WaitForExit(std::chrono::milliseconds timeout)
 {
     int raw = 0;
-    if (!ended && !WaitUntil([&] { return ::waitpid(pid, &raw, WNOHANG) != 0; }, timeout))
+    if (!ended && !Eventually([&] { return ::waitpid(pid, &raw, WNOHANG) != 0; }, timeout))
     {
         ::kill(pid, SIGKILL);
         ::waitpid(pid, nullptr, 0);
@@ -136,20 +116,11 @@ int DaemonProcess::Stop(int signal)
     return WaitForExit();
 }
 
-int DaemonProcess::Run(const std::vector<std::string>& arguments, std::string* standardError,
-                       std::string* standardOutput, const std::vector<std::string>& prefix)
+RunResult DaemonProcess::Run(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix)
 {
     DaemonProcess process(arguments, prefix);
-    const int result = process.WaitForExit(std::chrono::seconds(20));
-    if (standardError != nullptr)
-    {
-        *standardError = process.StandardError();
-    }
-    if (standardOutput != nullptr)
-    {
-        *standardOutput = process.StandardOutput();
-    }
-    return result;
+    const int status = process.WaitForExit(std::chrono::seconds(20));
+    return {status, process.StandardError(), ReadFile(process.directory / "stdout").value_or("")};
 }
 
 DaemonTest::DaemonTest() : root(scratch.Path())
@@ -169,7 +140,7 @@ DaemonTest::DaemonTest() : root(scratch.Path())
 
 bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, std::size_t from)
 {
-    return WaitUntil([&] { return Read(path).find(text, from) != std::string::npos; });
+    return Eventually([&] { return Read(path).find(text, from) != std::string::npos; });
 }
 
 std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)
@@ -183,12 +154,11 @@ std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)
     return text;
 }
 
-int DaemonTest::Status(const std::vector<std::string>& options, std::string& output, std::string& error,
-                       const std::vector<std::string>& prefix)
+RunResult DaemonTest::Status(const std::vector<std::string>& options, const std::vector<std::string>& prefix)
 {
     std::vector<std::string> arguments{"status", "--socket", (root / "netd.sock").string()};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    return DaemonProcess::Run(arguments, &error, &output, prefix);
+    return DaemonProcess::Run(arguments, prefix);
 }
 
 void DaemonTest::Tftp(const std::string& arguments, const std::string& mode)

@@ -1,6 +1,7 @@
 // Runs the built vantrel-netd binary as a child process and watches its output and exit.
 #pragma once
 
+#include "Support/Concurrency.hpp"
 #include "Support/CountOf.hpp"
 #include "Support/Files.hpp"
 #include "Support/TempDirectory.hpp"
@@ -12,7 +13,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,11 +20,16 @@
 namespace VantrelTest
 {
 
-/// Polls `condition` every 20 ms until it holds; false after `timeout`.
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = std::chrono::seconds(10));
-
 /// setpriv's words that run a command as nobody without supplementary groups.
 const std::vector<std::string>& AsNobody();
+
+/// How a run of the binary to its end went.
+struct RunResult
+{
+    int Status;
+    std::string Error;
+    std::string Output;
+};
 
 /// One run of the daemon binary, its standard output and error captured in files.
 class DaemonProcess
@@ -41,7 +46,6 @@ public:
 
     pid_t GetPid() const { return pid; }
     std::string StandardError() const;
-    std::string StandardOutput() const;
     /// Waits until standard error holds `text` (from `from` on); false after `timeout` or when the process ended.
     bool WaitForError(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(10),
                       std::size_t from = 0) const;
@@ -51,9 +55,8 @@ public:
     /// Sends `signal` and waits for the exit status.
     int Stop(int signal = SIGTERM);
 
-    /// Runs the binary to its end and returns its exit status.
-    static int Run(const std::vector<std::string>& arguments, std::string* standardError = nullptr,
-                   std::string* standardOutput = nullptr, const std::vector<std::string>& prefix = {});
+    /// Runs the binary to its end (bounded in time).
+    static RunResult Run(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix = {});
 
 private:
     bool HasEnded() const;
@@ -92,9 +95,8 @@ protected:
     static std::string BootpConfig(const std::string& bootFile, int hosts);
     /// A [control] section with the socket netd.sock beside the config.
     static std::string ControlConfig() { return "[control]\nsocket = \"netd.sock\"\n"; }
-    /// `vantrel-netd status` with `options` against ControlConfig()'s socket; the exit status.
-    int Status(const std::vector<std::string>& options, std::string& output, std::string& error,
-               const std::vector<std::string>& prefix = {});
+    /// `vantrel-netd status` with `options` against ControlConfig()'s socket.
+    RunResult Status(const std::vector<std::string>& options, const std::vector<std::string>& prefix = {});
     /// Runs the tftp-hpa client with `arguments` in the client folder, bounded in time. Its exit status
     /// says nothing (it is 0 after an error too): tests look at the files.
     void Tftp(const std::string& arguments, const std::string& mode = "binary");

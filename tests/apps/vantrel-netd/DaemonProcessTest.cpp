@@ -17,6 +17,7 @@
 
 #include <filesystem>
 #include <thread>
+#include <tuple>
 
 using VantrelTest::CountOf;
 using VantrelTest::DaemonProcess;
@@ -32,19 +33,17 @@ protected:
     // Polls `status --json` until a download of `name` is in progress; checks the text form then.
     bool WaitForRunning(const std::string& name)
     {
-        std::string output;
-        std::string error;
-        const bool running = VantrelTest::WaitUntil([&] {
-            if (Status({"--json"}, output, error) != 0)
+        const bool running = VantrelTest::Eventually([&] {
+            const auto status = Status({"--json"});
+            if (status.Status != 0)
             {
                 return false;
             }
-            const auto transfers = nlohmann::json::parse(output).at("running");
+            const auto transfers = nlohmann::json::parse(status.Output).at("running");
             return transfers.size() == 1 && transfers[0].at("name") == name &&
                    transfers[0].at("direction") == "download";
         });
-        Status({}, output, error);
-        return running && output.find("Transfers in progress: 1\n  download 127.0.0.1:") != std::string::npos;
+        return running && Status({}).Output.find("Transfers in progress: 1\n  download 127.0.0.1:") != std::string::npos;
     }
 };
 
@@ -53,13 +52,12 @@ protected:
 TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSigtermWithinASecond)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    std::string output;
-    std::string error;
-    EXPECT_EQ(Status({}, output, error), 69);
-    EXPECT_NE(error.find("no vantrel-netd is running: nothing listens on " + (root / "netd.sock").string()),
+    const auto absent = Status({});
+    EXPECT_EQ(absent.Status, 69);
+    EXPECT_NE(absent.Error.find("no vantrel-netd is running: nothing listens on " + (root / "netd.sock").string()),
               std::string::npos)
-        << error;
-    ExpectOneLine(error);
+        << absent.Error;
+    ExpectOneLine(absent.Error);
 
     // The ".part" files of failed uploads go at the start once stale, nested ones too; fresh ones and other files stay.
     const fs::path boot = root / "boot";
@@ -82,14 +80,9 @@ TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSig
     }
 
     Write(root / "client" / "upload.txt", "uploaded by the test\n");
-    struct Request
-    {
-        std::string mode;
-        std::string command;
-        std::string line;
-    };
     const std::string image = "`image.bin` (" + (boot / "image.bin").string() + ") ";
-    const Request requests[] = {
+    // Mode, client command, the journal's line.
+    const std::tuple<std::string, std::string, std::string> requests[] = {
         {"netascii", "get image.bin",
          image + "netascii: complete, netascii requested and served unconverted, " + std::to_string(content.size())},
         {"binary", "get image.bin", image + "octet: complete, " + std::to_string(content.size()) + " bytes in "},
@@ -98,11 +91,11 @@ TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSig
         {"binary", "get absent.bin", "`absent.bin` (" + (boot / "absent.bin").string() + ") octet: refused: not found"},
         {"binary", "put upload.txt image.bin", image + "octet: refused: the file exists and overwriting is off"},
     };
-    for (const Request& request : requests)
+    for (const auto& [mode, command, line] : requests)
     {
         const std::size_t from = daemon->StandardError().size();
-        Tftp(request.command, request.mode);
-        EXPECT_TRUE(daemon->WaitForError(request.line, 5s, from)) << daemon->StandardError();
+        Tftp(command, mode);
+        EXPECT_TRUE(daemon->WaitForError(line, 5s, from)) << daemon->StandardError();
         const std::string after = daemon->StandardError().substr(from);
         EXPECT_EQ(CountOf(after, "tftp: "), 1U) << after;
     }
@@ -110,10 +103,11 @@ TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSig
     EXPECT_EQ(Read(boot / "stored.txt"), "uploaded by the test\n");
 
     EXPECT_EQ(fs::status(root / "netd.sock").permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_EQ(Status({}, output, error, VantrelTest::AsNobody()), 77);
-    EXPECT_NE(error.find("no permission to use the control socket"), std::string::npos) << error;
-    ExpectOneLine(error);
-    EXPECT_EQ(Status({}, output, error), 0) << error;
+    const auto refused = Status({}, VantrelTest::AsNobody());
+    EXPECT_EQ(refused.Status, 77);
+    EXPECT_NE(refused.Error.find("no permission to use the control socket"), std::string::npos) << refused.Error;
+    ExpectOneLine(refused.Error);
+    EXPECT_EQ(Status({}).Status, 0);
 
     // The TFTP loop never ends by itself: the stop is bounded by the join limit the daemon sets.
     const auto signalled = std::chrono::steady_clock::now();
@@ -145,7 +139,8 @@ TEST_F(DaemonProcessTest, WithoutAConfigServesTheTftpRootReadOnlyAndWritesOnInto
     // One block past what the 16-bit block number reaches (sparse): reported once, when it is requested.
     Write(folder / "huge.bin", "");
     fs::resize_file(folder / "huge.bin", 65536 * 512);
-    VantrelTest::Shell("cd '" + (root / "client").string() + "' && timeout 1 tftp -m binary 127.0.0.1 -c get huge.bin");
+    VantrelTest::UdpClient client;
+    client.Send(VantrelTest::Request(1, "huge.bin"));
     const std::string huge = "requested `huge.bin` (" + (folder / "huge.bin").string() + ", 33554432 bytes)";
     EXPECT_TRUE(WaitForFileText(log, huge));
 
@@ -190,33 +185,28 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
     // Uploads on at the start: a confined daemon can turn them off at a reload, not on.
     auto daemon = StartDaemon({"--config", Config(ControlConfig() + TftpConfig("boot", true) + BootpConfig("a.0", 1))},
                               "BOOTP server on");
-    struct Reload
-    {
-        std::string config;
-        std::string change;
-        bool uploads;
-    };
-    const Reload reloads[] = {
+    // The new config, the line naming the change, whether uploads are on then.
+    const std::tuple<std::string, std::string, bool> reloads[] = {
         {TftpConfig("boot", true) + BootpConfig("b.0", 2),
          "Reload: bootp: 1 host added, boot file changed; tftp unchanged", true},
         {TftpConfig("boot", false) + BootpConfig("b.0", 2), "Reload: bootp unchanged; tftp: write changed", false},
     };
     const std::string complete =
         "`big.bin` (" + (root / "boot" / "big.bin").string() + ") octet: complete, 1048576 bytes in ";
-    for (const Reload& reload : reloads)
+    for (const auto& [config, change, uploads] : reloads)
     {
         const std::size_t from = daemon->StandardError().size();
         fs::remove(root / "client" / "big.bin");
         std::thread download([this] { Tftp("get big.bin"); });
         EXPECT_TRUE(WaitForRunning("big.bin")) << daemon->StandardError();
-        Config(ControlConfig() + reload.config);
+        Config(ControlConfig() + config);
         daemon->Signal(SIGHUP);
         EXPECT_TRUE(daemon->WaitForError("Reload done", 20s, from)) << daemon->StandardError();
         download.join();
         // The journal writes its line off the server threads, a moment after the client is done.
         EXPECT_TRUE(daemon->WaitForError(complete, 10s, from)) << daemon->StandardError();
         const std::string log = daemon->StandardError().substr(from);
-        EXPECT_NE(log.find(reload.change), std::string::npos) << log;
+        EXPECT_NE(log.find(change), std::string::npos) << log;
         // The download ran across the reload and arrived whole; none was cut.
         EXPECT_LT(log.find("SIGHUP: reloading"), log.find(complete)) << log;
         EXPECT_TRUE(Read(root / "client" / "big.bin") == image) << log;
@@ -224,7 +214,7 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
         // The TFTP server runs with the new settings.
         Write(root / "client" / "up.txt", "after the reload\n");
         Tftp("put up.txt up.txt");
-        EXPECT_EQ(fs::exists(root / "boot" / "up.txt"), reload.uploads) << log;
+        EXPECT_EQ(fs::exists(root / "boot" / "up.txt"), uploads) << log;
         fs::remove(root / "boot" / "up.txt");
     }
     EXPECT_EQ(daemon->Stop(), 0);
@@ -238,36 +228,35 @@ TEST_F(DaemonProcessTest, ATransferThatOutlastsTheRestartWaitIsLoggedAsCut)
     const auto stalled = [](int timeout) {
         return "[tftp]\ntimeout = " + std::to_string(timeout) + "\nretries = 5\n[[tftp.home]]\npath = \"boot\"\n";
     };
+    int timeout = 1;
+    auto daemon = StartDaemon({"--config", Config(stalled(timeout))});
     // A signal that comes during the wait: none, a second SIGHUP (one more reload after this one), a stop.
+    // Each reload changes the time-out, so that the server restarts; the wait is the old time-out and one second.
     for (const int during : {0, SIGHUP, SIGTERM})
     {
-        auto daemon = StartDaemon({"--config", Config(stalled(1))});
+        const std::size_t from = daemon->StandardError().size();
         VantrelTest::UdpClient client;
         client.Send(VantrelTest::Request(1, "image.bin"));
         ASSERT_TRUE(client.Receive().has_value());
-        Config(stalled(2));
+        Config(stalled(3 - timeout));
         daemon->Signal(SIGHUP);
-        ASSERT_TRUE(daemon->WaitForError("tftp: waiting up to 2 s for 1 transfer(s)")) << daemon->StandardError();
+        ASSERT_TRUE(daemon->WaitForError("tftp: waiting up to " + std::to_string(timeout + 1) + " s for 1 transfer(s)",
+                                         10s, from))
+            << daemon->StandardError();
+        timeout = 3 - timeout;
         if (during != 0)
         {
             daemon->Signal(during);
         }
         const std::string cause = during == SIGTERM ? "the stop" : "the reload";
         EXPECT_TRUE(daemon->WaitForError("tftp: download " + client.Name() + " `image.bin` (" +
-                                         (root / "boot" / "image.bin").string() + ") octet: cut by " + cause))
+                                             (root / "boot" / "image.bin").string() + ") octet: cut by " + cause,
+                                         10s, from))
             << daemon->StandardError();
-        if (during != SIGTERM)
-        {
-            EXPECT_TRUE(daemon->WaitForError("Reload done")) << daemon->StandardError();
-        }
-        if (during == SIGHUP)
-        {
-            const std::size_t first = daemon->StandardError().find("Reload done");
-            EXPECT_TRUE(daemon->WaitForError("Reload: bootp unchanged; tftp unchanged", 5s, first))
-                << daemon->StandardError();
-        }
-        EXPECT_EQ(daemon->Stop(), 0) << daemon->StandardError();
+        const std::string next = during == 0 ? "Reload done" : "Reload: bootp unchanged; tftp unchanged";
+        EXPECT_TRUE(during == SIGTERM || daemon->WaitForError(next, 10s, from)) << daemon->StandardError();
     }
+    EXPECT_EQ(daemon->WaitForExit(), 0) << daemon->StandardError();
 }
 
 TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
@@ -347,16 +336,16 @@ TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
         local.sin_family = AF_INET;
         local.sin_port = htons(run.status == 69 ? 69 : 0);
         ASSERT_EQ(::bind(holder, reinterpret_cast<const sockaddr*>(&local), sizeof local), 0);
-        std::string error;
-        std::string output;
-        EXPECT_EQ(DaemonProcess::Run(arguments, &error, &output, run.prefix), run.status) << arguments[0] << error;
+        const auto result = DaemonProcess::Run(arguments, run.prefix);
         ::close(holder);
-        EXPECT_NE((run.status == 0 ? output : error).find(run.shown), std::string::npos) << output << error;
-        EXPECT_EQ(output.find("edge.img"), std::string::npos) << output;
+        EXPECT_EQ(result.Status, run.status) << arguments[0] << result.Error;
+        EXPECT_NE((run.status == 0 ? result.Output : result.Error).find(run.shown), std::string::npos)
+            << result.Output << result.Error;
+        EXPECT_EQ(result.Output.find("edge.img"), std::string::npos) << result.Output;
         if (run.status != 0)
         {
-            EXPECT_EQ(error.rfind("vantrel-netd: ", 0), 0U) << error;
-            ExpectOneLine(error);
+            EXPECT_EQ(result.Error.rfind("vantrel-netd: ", 0), 0U) << result.Error;
+            ExpectOneLine(result.Error);
         }
     }
     EXPECT_TRUE(fs::exists(given));

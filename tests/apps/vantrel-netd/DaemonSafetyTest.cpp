@@ -177,17 +177,15 @@ TEST_F(DaemonSafetyTest, UserNobodyKeepsBootpAndTftpServingThroughAReload)
     }
     EXPECT_TRUE(daemon->WaitForError("bootp: new device 02:77:42:00:00:32 (in the table)"));
     EXPECT_TRUE(daemon->WaitForError("bootp: assigned 10.77.42.50 to 02:77:42:00:00:32 (request 1 from it)"));
-    std::string text;
-    std::string json;
-    std::string error;
-    EXPECT_EQ(Status({}, text, error), 0) << error;
+    const std::string text = Status({}).Output;
     EXPECT_NE(text.find("02:77:42:00:00:32  seen 1 time(s)"), std::string::npos) << text;
     EXPECT_NE(text.find("assigned 10.77.42.50"), std::string::npos) << text;
-    ASSERT_EQ(Status({"--json"}, json, error), 0) << error;
-    const auto devices = nlohmann::json::parse(json).at("devices");
-    ASSERT_EQ(devices.size(), 1U) << json;
-    EXPECT_EQ(devices[0].at("hardware"), "02:77:42:00:00:32");
-    EXPECT_EQ(devices[0].at("assigned"), "10.77.42.50");
+    const auto json = Status({"--json"});
+    ASSERT_EQ(json.Status, 0) << json.Error;
+    const auto devices = nlohmann::json::parse(json.Output).at("devices");
+    ASSERT_EQ(devices.size(), 1U) << json.Output;
+    EXPECT_EQ(std::make_pair(devices[0].at("hardware"), devices[0].at("assigned")),
+              std::make_pair(nlohmann::json("02:77:42:00:00:32"), nlohmann::json("10.77.42.50")));
     EXPECT_EQ(daemon->Stop(), 0) << daemon->StandardError();
     EXPECT_EQ(daemon->StandardError().find("ERROR"), std::string::npos) << daemon->StandardError();
 }
@@ -207,7 +205,7 @@ TEST_F(DaemonSafetyTest, StalledReadRequestsEndWithinTheTimeOutByDefault)
     }
     // The library's own line for each session: the journal collapses its repeats, the debug level shows them all.
     const auto timedOut = [&] { return CountOf(daemon->StandardError(), "TftpServer: Session "); };
-    VantrelTest::WaitUntil([&] { return timedOut() >= Requests; }, std::chrono::seconds(Timeout + 4));
+    VantrelTest::Eventually([&] { return timedOut() >= Requests; }, std::chrono::seconds(Timeout + 4));
     const std::string log = daemon->StandardError();
     EXPECT_EQ(timedOut(), Requests) << log.substr(log.size() - 2000);
     for (const auto& client : clients)

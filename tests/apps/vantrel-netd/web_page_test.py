@@ -40,14 +40,11 @@ work = tempfile.mkdtemp(prefix="vantrel-web-")
 os.chmod(work, 0o755)
 
 
-def sh(command, timeout=30):
-    return subprocess.run(command, shell=True, capture_output=True, text=True, timeout=timeout)
-
-
-def must(command):
-    result = sh(command)
-    if result.returncode != 0:
+def sh(command, check=False):
+    result = subprocess.run(command, shell=True, capture_output=True, text=True, timeout=30)
+    if check and result.returncode != 0:
         raise SystemExit("setup failed: %s: %s" % (command, result.stderr))
+    return result
 
 
 def bootpc():
@@ -61,16 +58,20 @@ def write_config(allow_changes):
                      'hosts_file = "hosts.csv"\n' % (PORT, "true" if allow_changes else "false"))
 
 
+def daemon_log():
+    return open(os.path.join(work, "daemon.log")).read()
+
+
 def start_daemon():
-    log = open(os.path.join(work, "daemon.log"), "a")
-    daemon = subprocess.Popen([binary, "--config", os.path.join(work, "netd.toml")], stderr=log)
+    daemon = subprocess.Popen([binary, "--config", os.path.join(work, "netd.toml")],
+                              stderr=open(os.path.join(work, "daemon.log"), "a"))
     for _ in range(100):
-        text = open(os.path.join(work, "daemon.log")).read()
+        text = daemon_log()
         if "Web page on" in text.split("vantrel-netd 2")[-1]:
             token = re.findall(r"changes need the token ([0-9a-f]+)", text)
             return daemon, token[-1] if token else None
         time.sleep(0.05)
-    raise SystemExit("the daemon did not start: " + open(os.path.join(work, "daemon.log")).read())
+    raise SystemExit("the daemon did not start: " + daemon_log())
 
 
 def stop(daemon):
@@ -80,10 +81,10 @@ def stop(daemon):
 
 def browser():
     options = webdriver.ChromeOptions()
-    for argument in ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-                     "--disable-background-networking", "--disable-component-update", "--disable-sync",
-                     "--window-size=1200,800", "--user-data-dir=" + tempfile.mkdtemp(dir=work)]:
-        options.add_argument(argument)
+    for argument in ["headless", "no-sandbox", "disable-gpu", "disable-quic", "no-first-run", "disable-sync",
+                     "disable-background-networking", "disable-component-update", "window-size=1200,800",
+                     "user-data-dir=" + tempfile.mkdtemp(dir=work)]:
+        options.add_argument("--" + argument)
     driver = webdriver.Chrome(service=Service(executable_path="/usr/bin/chromedriver"), options=options)
     driver.set_page_load_timeout(20)
     driver.get("http://127.0.0.1:%d/" % PORT)
@@ -103,38 +104,37 @@ def device_row(driver):
     return next(iter(driver.find_elements(By.CSS_SELECTOR, 'tr[data-hardware="%s"]' % PEER_MAC)), None)
 
 
-def row_text(driver):
-    """The device row's text, read again when a refresh replaced the row meanwhile ("" while there is none)."""
+def retry(action, what, exceptions=(StaleElementReferenceException,)):
+    """Runs action again while a refresh of the page replaces the elements it works on."""
     for _ in range(20):
         try:
-            return getattr(device_row(driver), "text", "")
-        except StaleElementReferenceException:
+            return action()
+        except exceptions:
             time.sleep(0.1)
-    raise AssertionError("the device row kept changing")
+    raise AssertionError(what + " kept changing")
+
+
+def row_text(driver):
+    """The device row's text ("" while there is none)."""
+    return retry(lambda: getattr(device_row(driver), "text", ""), "the device row")
 
 
 def fill(driver, fields):
-    """Types into the device row's inputs and clicks Assign, again when a refresh replaced the row meanwhile."""
-    for _ in range(10):
-        try:
-            row = device_row(driver)
-            for selector, text in fields:
-                row.find_element(By.CSS_SELECTOR, selector).send_keys(text)
-            row.find_element(By.CSS_SELECTOR, "button.assign").click()
-            return
-        except (StaleElementReferenceException, ElementNotInteractableException):
-            time.sleep(0.1)
-    raise AssertionError("the device row kept changing under the form")
+    """Types into the device row's inputs and clicks Assign."""
+    def once():
+        row = device_row(driver)
+        for selector, text in fields:
+            row.find_element(By.CSS_SELECTOR, selector).send_keys(text)
+        row.find_element(By.CSS_SELECTOR, "button.assign").click()
+    retry(once, "the device row under the form", (StaleElementReferenceException, ElementNotInteractableException))
 
 
 def main():
-    must("ip link set lo up")
-    must("ip netns add " + peer)
-    must("ip link add vweb0 type veth peer name vweb1 netns %s && ip addr add 10.77.42.1/24 dev vweb0 && "
-         "ip link set vweb0 up && ip route add 255.255.255.255/32 dev vweb0" % peer)
-    must("ip -n {0} link set lo up && ip -n {0} link set vweb1 address {1} && ip -n {0} link set vweb1 up && "
-         "ip -n {0} addr add 10.77.42.9/24 dev vweb1 && ip -n {0} route add 255.255.255.255/32 dev vweb1"
-         .format(peer, PEER_MAC))
+    sh("ip link set lo up && ip netns add {0} && ip link add vweb0 type veth peer name vweb1 netns {0} && "
+       "ip addr add 10.77.42.1/24 dev vweb0 && ip link set vweb0 up && ip route add 255.255.255.255/32 dev vweb0 && "
+       "ip -n {0} link set lo up && ip -n {0} link set vweb1 address {1} && ip -n {0} link set vweb1 up && "
+       "ip -n {0} addr add 10.77.42.9/24 dev vweb1 && ip -n {0} route add 255.255.255.255/32 dev vweb1"
+       .format(peer, PEER_MAC), check=True)
     os.makedirs(os.path.join(work, "boot"))
     # Near the largest file TFTP moves intact, so that the download runs for seconds.
     image = os.urandom(4000 * 512 + 100)
@@ -144,8 +144,7 @@ def main():
     daemon, token = start_daemon()
     driver = browser()
     try:
-        reply = bootpc()
-        assert "IPADDR" not in reply, reply
+        assert "IPADDR" not in bootpc()
         wait(driver, lambda: "no configuration" in row_text(driver), "the new device")
 
         fill(driver, [("input.ip", "10.77.42.50"), ("input.name", "press-3")])
@@ -156,8 +155,7 @@ def main():
         fill(driver, [("input.ip", "10.77.42.50")])
         wait(driver, lambda: "10.77.42.50" in row_text(driver), "the assignment")
         assert "10.77.42.50,\n" in open(os.path.join(work, "hosts.csv")).read()
-        reply = bootpc()
-        assert "IPADDR='10.77.42.50'" in reply, reply
+        assert "IPADDR='10.77.42.50'" in bootpc()
 
         # A real client's download, long enough for the page to see it run.
         client_folder = tempfile.mkdtemp(dir=work)
@@ -206,7 +204,7 @@ try:
     main()
     print("PASSED")
 except BaseException:
-    print(open(os.path.join(work, "daemon.log")).read()[-3000:])
+    print(daemon_log()[-3000:])
     raise
 finally:
     sh("ip netns del " + peer)
