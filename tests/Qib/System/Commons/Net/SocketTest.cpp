@@ -8,78 +8,46 @@
 
 #include <cerrno>
 #include <chrono>
-#include <string>
 #include <thread>
 
 using namespace Qib::System::Commons::Net;
 using Clock = std::chrono::steady_clock;
 
-namespace
+// A server's loop receives without waiting while traffic flows, and waits a little once it is quiet.
+TEST(SocketTest, NonBlockingReceiveWaitsOnlyAfterQuietAndAtMostTheReceiveTimeout)
 {
-
-const IpAddress loopback = IpAddress::Parse("127.0.0.1");
-
-class SocketTest : public testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        VANTREL_REQUIRE_NETWORK_NAMESPACE();
-        ASSERT_EQ(receiver.Bind(loopback, 0), SocketError::Success);
-    }
-
-    long Receive(std::size_t size)
-    {
-        return receiver.ReceiveFrom(buffer, size, source, sourcePort, error);
-    }
-    void Send(const std::string& payload)
-    {
-        SocketError sendError = SocketError::Success;
-        EXPECT_EQ(sender.SendTo(payload.data(), payload.size(), loopback, receiver.GetLocalPort(), sendError),
-                  static_cast<long>(payload.size()));
-    }
-
+    VANTREL_REQUIRE_NETWORK_NAMESPACE();
+    const IpAddress loopback = IpAddress::Parse("127.0.0.1");
     Socket receiver{SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::NonBlocking};
-    Socket sender{SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::NonBlocking};
-    char buffer[64] = {};
+    ASSERT_EQ(receiver.Bind(loopback, 0), SocketError::Success);
+    char buffer[16];
     IpAddress source;
-    int sourcePort = -7;
+    int port = 0;
     SocketError error = SocketError::Success;
-};
+    const auto receive = [&] { return receiver.ReceiveFrom(buffer, sizeof(buffer), source, port, error); };
 
-} // namespace
-
-TEST_F(SocketTest, NonBlockingReceiveWaitsOnlyAfterQuietAndAtMostTheReceiveTimeout)
-{
     auto start = Clock::now();
-    EXPECT_EQ(Receive(sizeof(buffer)), -1);
+    EXPECT_EQ(receive(), -1);
     EXPECT_GE(Clock::now() - start, Socket::ReceiveTimeout);
     EXPECT_TRUE(error == EAGAIN || error == EWOULDBLOCK) << error;
-    EXPECT_EQ(sourcePort, -7);
-
     // A datagram that arrives during the wait ends it.
     std::thread late([&] {
         std::this_thread::sleep_for(Socket::ReceiveTimeout / 5);
-        Send("late");
+        Socket sender{SocketType::Datagram, SocketDomain::Ipv4, SocketBlockingMode::NonBlocking};
+        SocketError sendError = SocketError::Success;
+        sender.SendTo("late", 4, loopback, receiver.GetLocalPort(), sendError);
     });
     start = Clock::now();
-    EXPECT_EQ(Receive(sizeof(buffer)), 4);
+    EXPECT_EQ(receive(), 4);
     EXPECT_LT(Clock::now() - start, Socket::ReceiveTimeout);
     late.join();
-
     // Right after traffic the receive does not wait.
     start = Clock::now();
-    EXPECT_EQ(Receive(sizeof(buffer)), -1);
+    EXPECT_EQ(receive(), -1);
     EXPECT_LT(Clock::now() - start, Socket::ReceiveTimeout);
-}
 
-TEST_F(SocketTest, ClosedSocketReportsBadDescriptor)
-{
     receiver.Close();
-    EXPECT_EQ(receiver.GetHandle(), -1);
     receiver.Close(); // closing twice does nothing
     EXPECT_EQ(receiver.SendTo("x", 1, loopback, 9, error), -1);
     EXPECT_EQ(static_cast<int>(error), EBADF);
-    EXPECT_EQ(static_cast<int>(receiver.Bind(loopback, 0)), EBADF);
-    EXPECT_EQ(receiver.GetLocalPort(), 0);
 }

@@ -1,4 +1,4 @@
-// Tests of the URL value: its parts, malformed text, the empty URL, equality and printing.
+// Tests of the URL value: its parts, malformed text, the empty URL and equality.
 #include "Qib/System/Commons/Net/Url.hpp"
 
 #include "Qib/System/Commons/InvalidFormatException.hpp"
@@ -12,19 +12,22 @@ using Qib::String;
 using Qib::System::Commons::InvalidFormatException;
 using Qib::System::Commons::Net::Url;
 
-TEST(UrlTest, PartsAreReadAndPrintedBack)
+TEST(UrlTest, PartsAreReadAndPrintedBackAndEveryPartCountsForEquality)
 {
     using Parts = std::tuple<String, String, unsigned int, String>;
-    const std::pair<const char*, Parts> cases[] = {{"tls://10.0.0.1:41100", {"tls", "10.0.0.1", 41100, ""}},
-                                                   {"http://controller.local", {"http", "controller.local", 0, ""}},
+    const std::pair<const char*, Parts> cases[] = {{"http://controller.local", {"http", "controller.local", 0, ""}},
                                                    {"http://host_1:8080/api/v1", {"http", "host_1", 8080, "/api/v1"}},
-                                                   {"svn+ssh://h/x", {"svn+ssh", "h", 0, "/x"}},
-                                                   {"tls://h:65535", {"tls", "h", 65535, ""}}};
+                                                   {"svn+ssh://h:65535/x", {"svn+ssh", "h", 65535, "/x"}}};
     for (const auto& [text, parts] : cases)
     {
         const Url url = Url::Parse(text);
         EXPECT_EQ(Parts(url.GetScheme(), url.GetHost(), url.GetPort(), url.GetPath()), parts) << text;
         EXPECT_EQ(url.ToString(), String(text));
+    }
+    EXPECT_EQ(Url::Empty.ToString(), String(""));
+    for (const char* other : {"tcp://h:1/p", "tls://g:1/p", "tls://h:2/p", "tls://h:1/q", "tls://h:1"})
+    {
+        EXPECT_NE(Url::Parse("tls://h:1/p"), Url::Parse(other)) << other;
     }
 }
 
@@ -37,17 +40,4 @@ TEST(UrlTest, MalformedTextIsRefused)
     {
         EXPECT_THROW(Url::Parse(text), InvalidFormatException) << "'" << text << "'";
     }
-}
-
-TEST(UrlTest, EqualityComparesEveryPartAndTheEmptyUrlPrintsAsNothing)
-{
-    EXPECT_EQ(Url(), Url::Empty);
-    EXPECT_EQ(Url::Empty.ToString(), String(""));
-    EXPECT_EQ(Url::Parse("tls://h:1/p"), Url::Parse("tls://h:1/p"));
-    for (const char* other : {"tcp://h:1/p", "tls://g:1/p", "tls://h:2/p", "tls://h:1/q", "tls://h:1"})
-    {
-        EXPECT_NE(Url::Parse("tls://h:1/p"), Url::Parse(other)) << other;
-        EXPECT_FALSE(Url::Parse("tls://h:1/p") == Url::Parse(other)) << other;
-    }
-    EXPECT_NE(Url::Parse("tls://h"), Url::Empty);
 }
