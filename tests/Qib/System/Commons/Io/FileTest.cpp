@@ -47,40 +47,28 @@ TEST(FileTest, ExistsOnlyForRegularFiles)
               "Cannot delete file '" + folder / "a.txt" + "': " + std::strerror(ENOENT));
 }
 
-TEST(FileTest, MoveReplacesOrRefusesAndCreatesTheFolderOnlyWhenAsked)
+// The server moves its finished uploads with both flags set: what the flags refuse is shown here.
+TEST(FileTest, MoveRefusesWhatItWasNotAskedForAndNamesBothPathsAndTheReason)
 {
-    struct Case
+    VantrelTest::TempDirectory folder;
+    WriteFile(folder / "x.part", "uploaded");
+    WriteFile(folder / "x", "old");
+    const std::tuple<const char*, const char*, bool, bool, int> refused[] = {{"x.part", "x", false, false, EEXIST},
+                                                                            {"x.part", "new/x", true, false, ENOENT},
+                                                                            {"missing", "y", true, true, ENOENT}};
+    for (const auto& [from, to, overwrite, createFolder, error] : refused)
     {
-        const char* source;
-        const char* target;
-        bool overwrite;
-        bool createFolder;
-        int error; // 0: moved
-    };
-    const Case cases[] = {{"x.part", "x", false, false, EEXIST},
-                          {"x.part", "new/deeper/x", true, true, 0},
-                          {"x.part", "new/deeper/x", true, false, ENOENT},
-                          {"missing", "y", true, true, ENOENT}};
-    for (const Case& move : cases)
-    {
-        VantrelTest::TempDirectory folder;
-        WriteFile(folder / "x.part", "uploaded");
-        WriteFile(folder / "x", "old");
-        const auto source = folder / move.source;
-        const auto target = folder / move.target;
-        const auto targetBefore = ReadFile(target);
-        if (move.error == 0)
-        {
-            File::Move(source, target, move.overwrite, move.createFolder);
-            EXPECT_EQ(ReadFile(target), "uploaded") << move.target;
-            EXPECT_FALSE(File::Exists(source));
-            continue;
-        }
-        const std::string message = ErrorOf([&] { File::Move(source, target, move.overwrite, move.createFolder); });
-        EXPECT_EQ(message, fmt::format("Cannot move file '{}' to '{}': {}", source, target, std::strerror(move.error)));
-        EXPECT_EQ(ReadFile(target), targetBefore) << move.target;
-        EXPECT_EQ(File::Exists(source), std::string(move.source) == "x.part");
+        const std::string source = folder / from;
+        const std::string target = folder / to;
+        const bool replace = overwrite;
+        const bool create = createFolder;
+        EXPECT_EQ(ErrorOf([&] { File::Move(source, target, replace, create); }),
+                  fmt::format("Cannot move file '{}' to '{}': {}", source, target, std::strerror(error)));
     }
+    EXPECT_EQ(ReadFile(folder / "x"), "old");
+    File::Move(folder / "x.part", folder / "new/deeper/x", true, true);
+    EXPECT_EQ(ReadFile(folder / "new/deeper/x"), "uploaded");
+    EXPECT_FALSE(File::Exists(folder / "x.part"));
 }
 
 TEST(DirectoryTest, CreateMakesTheParentsOnlyWhenAskedAndNamesPathAndReasonOnFailure)

@@ -1,12 +1,11 @@
-// Tests of the host thread: start, bounded join, termination, errors in the body, names, signal masks
-// and precise sleeps.
+// Tests of the host thread: start, termination, errors in the body, names, signal masks and precise
+// sleeps (the bounded join is shown by the server base's stop).
 #include "Qib/System/Commons/Threading/Thread.hpp"
 
 #include "Qib/Exception.hpp"
 #include "Qib/System/Commons/Diagnostics/Logging/Log.hpp"
 #include "Qib/System/Commons/Threading/Mutex.hpp"
 #include "Support/Concurrency.hpp"
-#include "Support/JoinLimit.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/ProcessStatus.hpp"
 
@@ -51,28 +50,6 @@ TEST(ThreadTest, RunsTheBodyOnceWithAsynchronousSignalsBlockedUnderItsCutSystemN
     EXPECT_TRUE(faultsOpen);
     EXPECT_FALSE(VantrelTest::IsBlockedHere(SIGUSR1)); // the caller's mask is left as it was
     EXPECT_TRUE(thread.Join()); // joining again reports the ended body at once
-}
-
-TEST(ThreadTest, JoinGivesUpAfterTheJoinLimitAndTheThreadGoesOnUntilItsBodyReturns)
-{
-    std::atomic<bool> release{false};
-    Thread thread(ThreadSettings("Slow"), [&](void*) {
-        while (!release)
-        {
-            Thread::Sleep(1);
-        }
-    }, nullptr);
-    const VantrelTest::JoinLimit quick(100);
-    thread.Start();
-    const auto start = Clock::now();
-    EXPECT_FALSE(thread.Join());
-    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(100));
-    EXPECT_TRUE(thread.IsRunning());
-    release = true;
-    EXPECT_TRUE(VantrelTest::Eventually([&] { return !thread.IsRunning(); }));
-    EXPECT_TRUE(thread.IsJoinable()); // ended, but not yet joined: terminating it only reaps it
-    thread.Terminate();
-    EXPECT_FALSE(thread.IsJoinable());
     Thread(ThreadSettings("Idle"), [](void*) {}, nullptr).Terminate(); // never started: nothing to end
 }
 
