@@ -40,23 +40,6 @@ struct fmt::formatter<LoggingSamples::Failing> : fmt::formatter<int>
     }
 };
 
-namespace
-{
-
-using Fields = std::tuple<std::string, int, std::string, std::string, std::vector<std::string>>;
-
-std::vector<Fields> FieldsOf(const LogCapture& capture)
-{
-    std::vector<Fields> fields;
-    for (const auto& record : capture.Records())
-    {
-        fields.emplace_back(record.LoggerName, record.Level, record.Message, record.Template, record.Arguments);
-    }
-    return fields;
-}
-
-} // namespace
-
 TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTemplatesAreReportedAsErrors)
 {
     LogCapture capture(8);
@@ -69,6 +52,7 @@ TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTempl
     logger.Debug("value {0}", LoggingSamples::Failing{});
     logger.Info("needs {1}", 1);
     const std::string failed = "Exception occurs during format of log message: ";
+    using Fields = std::tuple<std::string, int, std::string, std::string, std::vector<std::string>>;
     const std::vector<Fields> expected{
         {"Sample.Logger", 3, "e 1", "e {0}", {"1"}},
         {"Sample.Logger", 5, "w b a", "w {1} {0}", {"a", "b"}},
@@ -76,7 +60,11 @@ TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTempl
         {"Sample.Logger", 7, "d 2.4", "d {0:.1f}", {"2.375", "c"}},
         {"Sample.Logger", 8, "t x", "t {0}", {"x"}},
         {"Sample.Logger", 3, failed + "formatter broke", failed + "{0}", {"formatter broke"}}};
-    auto fields = FieldsOf(capture);
+    std::vector<Fields> fields;
+    for (const auto& record : capture.Records())
+    {
+        fields.emplace_back(record.LoggerName, record.Level, record.Message, record.Template, record.Arguments);
+    }
     ASSERT_EQ(fields.size(), expected.size() + 1);
     // fmt's own reason for a missing argument is its wording, not ours.
     EXPECT_EQ(std::get<2>(fields.back()).rfind(failed, 0), 0U);
