@@ -18,6 +18,7 @@
 #include <stdexcept>
 #include <thread>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 using Qib::System::Commons::Diagnostics::Logging::Log;
@@ -63,49 +64,45 @@ struct Sentinel
     ~Sentinel() { flag = true; }
 };
 
-// Where a thread may wait when it is ended (a system call is shown by the pool's tests); it ends by
-// unwinding its stack, releasing `held`.
-Mutex held(false);
-
-void SleepHoldingALock()
-{
-    Mutex::ScopedLock lock(held);
-    Thread::Sleep(60000);
-}
-
-struct Ending
-{
-    const char* name;
-    void (*block)();
-    void (*end)(std::unique_ptr<Thread>& thread);
-};
-
-void PrintTo(const Ending& ending, std::ostream* out)
-{
-    *out << ending.name;
-}
+// How the test ends the thread; without one the thread ends itself.
+using Ending = std::pair<const char*, void (*)(std::unique_ptr<Thread>& thread)>;
 
 } // namespace
 
 using ThreadEndingTest = testing::TestWithParam<Ending>;
 
+// The thread ends where it waits by unwinding its stack, which releases its locks (waiting in a system
+// call is shown by the pool's tests).
 TEST_P(ThreadEndingTest, EndsTheThreadWhereItWaitsByUnwindingItsStack)
 {
     std::thread([] {}).join(); // a sanitizer's helper thread starts with the first thread
     const std::size_t threadsBefore = VantrelTest::CountThreads();
-    const auto block = GetParam().block;
+    const auto end = GetParam().second;
+    Mutex held(false);
     std::atomic<bool> entered{false};
     std::atomic<bool> unwound{false};
     std::atomic<bool> returned{false};
     auto thread = std::make_unique<Thread>(ThreadSettings("Blocked"), [&](void*) {
         Sentinel sentinel{unwound};
+        Mutex::ScopedLock lock(held);
         entered = true;
-        block();
+        if (end == nullptr)
+        {
+            Thread::pCurrentThread->Terminate();
+        }
+        Thread::Sleep(60000);
         returned = true;
     }, nullptr);
     thread->Start();
     ASSERT_TRUE(VantrelTest::Eventually([&] { return entered.load(); }));
-    GetParam().end(thread);
+    if (end == nullptr)
+    {
+        EXPECT_TRUE(thread->Join());
+    }
+    else
+    {
+        end(thread);
+    }
     EXPECT_TRUE(unwound);
     EXPECT_FALSE(returned);
     EXPECT_EQ(VantrelTest::WaitForThreadCount(threadsBefore), threadsBefore);
@@ -120,12 +117,10 @@ TEST_P(ThreadEndingTest, EndsTheThreadWhereItWaitsByUnwindingItsStack)
 
 INSTANTIATE_TEST_SUITE_P(
     Ways, ThreadEndingTest,
-    testing::Values(Ending{"TerminatedInSleepHoldingALock", &SleepHoldingALock,
-                           [](std::unique_ptr<Thread>& ended) { ended->Terminate(); }},
-                    Ending{"DestroyedWhileSleeping", &SleepHoldingALock, [](std::unique_ptr<Thread>& ended) { ended.reset(); }},
-                    Ending{"TerminatingItself", [] { Thread::pCurrentThread->Terminate(); },
-                           [](std::unique_ptr<Thread>& ended) { EXPECT_TRUE(ended->Join()); }}),
-    [](const testing::TestParamInfo<Ending>& ending) { return std::string(ending.param.name); });
+    testing::Values(Ending{"Terminated", [](std::unique_ptr<Thread>& ended) { ended->Terminate(); }},
+                    Ending{"Destroyed", [](std::unique_ptr<Thread>& ended) { ended.reset(); }},
+                    Ending{"TerminatingItself", nullptr}),
+    [](const testing::TestParamInfo<Ending>& ending) { return std::string(ending.param.first); });
 
 TEST(ThreadTest, ExceptionLeavingTheBodyIsLoggedOnlyWhenThereIsARootLogger)
 {
