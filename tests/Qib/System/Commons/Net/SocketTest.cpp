@@ -47,6 +47,7 @@ TEST(SocketTest, NonBlockingReceiveWaitsOnlyAfterQuietAndAtMostTheReceiveTimeout
     EXPECT_LT(Clock::now() - start, Socket::ReceiveTimeout);
 
     receiver.Close();
+    EXPECT_EQ(receiver.GetHandle(), -1);
     receiver.Close(); // closing twice does nothing
     EXPECT_EQ(receiver.SendTo("x", 1, loopback, 9, error), -1);
     EXPECT_EQ(static_cast<int>(error), EBADF);

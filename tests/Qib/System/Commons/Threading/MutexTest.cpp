@@ -1,5 +1,5 @@
-// Tests of the host mutex's recursion (exclusion of other threads is shown by every concurrent test
-// and by the thread's termination tests).
+// Tests of the host mutex: a held mutex refuses a second lock unless it is recursive (the scoped lock's
+// release is shown by the thread's termination tests).
 #include "Qib/System/Commons/Threading/Mutex.hpp"
 
 #include <gtest/gtest.h>

@@ -48,6 +48,7 @@ struct Payload
 TEST(ThreadPoolTest, WorkersRunWithAsynchronousSignalsBlockedAndDeliverResultsAndExceptions)
 {
     EXPECT_THROW(ThreadPool(1, 0, 1, 0), Qib::System::Commons::ArgumentException);
+    EXPECT_THROW(ThreadPool(1, 0, 0, 7), Qib::System::Commons::ArgumentException);
     ThreadPool pool(2, 600, 0, 0);
     // Producers on three threads at once: every item runs once and reaches its own future.
     VantrelTest::RunConcurrently(3, [&pool](int) {

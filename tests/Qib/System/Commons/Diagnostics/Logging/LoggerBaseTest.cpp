@@ -23,9 +23,10 @@ using VantrelTest::LogCapture;
 namespace LoggingSamples
 {
 
-// Formatting throws.
+// Formatting throws a standard exception, or something else when not `standard`.
 struct Failing
 {
+    bool standard = true;
 };
 
 } // namespace LoggingSamples
@@ -34,9 +35,14 @@ template <>
 struct fmt::formatter<LoggingSamples::Failing> : fmt::formatter<int>
 {
     template <typename Context>
-    auto format(const LoggingSamples::Failing&, [[maybe_unused]] Context& context) const -> decltype(context.out())
+    auto format(const LoggingSamples::Failing& failing, [[maybe_unused]] Context& context) const
+        -> decltype(context.out())
     {
-        throw std::runtime_error("formatter broke");
+        if (failing.standard)
+        {
+            throw std::runtime_error("formatter broke");
+        }
+        throw 17;
     }
 };
 
@@ -50,6 +56,7 @@ TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTempl
     logger.Debug("d {0:.1f}", 2.375, 'c');
     logger.Trace("t {0}", std::string("x"));
     logger.Debug("value {0}", LoggingSamples::Failing{});
+    logger.Trace("value {0}", LoggingSamples::Failing{false});
     logger.Info("needs {1}", 1);
     const std::string failed = "Exception occurs during format of log message: ";
     using Fields = std::tuple<std::string, int, std::string, std::string, std::vector<std::string>>;
@@ -59,7 +66,8 @@ TEST(LoggerBaseTest, RecordsCarryNameLevelMessageTemplateAndArgumentsAndBadTempl
         {"Sample.Logger", 6, "file a{0}b{", "file {0}", {"a{0}b{"}},
         {"Sample.Logger", 7, "d 2.4", "d {0:.1f}", {"2.375", "c"}},
         {"Sample.Logger", 8, "t x", "t {0}", {"x"}},
-        {"Sample.Logger", 3, failed + "formatter broke", failed + "{0}", {"formatter broke"}}};
+        {"Sample.Logger", 3, failed + "formatter broke", failed + "{0}", {"formatter broke"}},
+        {"Sample.Logger", 3, failed + "Unknown exception", failed + "Unknown exception", {}}};
     std::vector<Fields> fields;
     for (const auto& record : capture.Records())
     {
