@@ -1,4 +1,4 @@
-// Tests of the application domain's registry of process-wide objects.
+// Tests of the application domain's registry of process-wide objects, found by their type.
 #include "Qib/AppDomain.hpp"
 
 #include "Support/Concurrency.hpp"
@@ -7,27 +7,15 @@
 
 #include <atomic>
 
-namespace AppDomainSamples
-{
-struct Registry
-{
-};
-struct Other
-{
-};
-} // namespace AppDomainSamples
-
-using AppDomainSamples::Other;
-using AppDomainSamples::Registry;
 using Qib::AppDomain;
 
 // One thread registers and removes a type while others look another one up.
 TEST(AppDomainTest, ObjectsAreFoundByTheirTypeInTheirOwnDomainUntilReplacedOrRemoved)
 {
     AppDomain domain;
-    Registry first;
-    Registry second;
-    Other other;
+    int first = 1;
+    int second = 2;
+    double other = 0;
     domain.RegisterSingleton(first);
     std::atomic<int> misses{0};
     VantrelTest::RunConcurrently(3, [&](int index) {
@@ -36,16 +24,16 @@ TEST(AppDomainTest, ObjectsAreFoundByTheirTypeInTheirOwnDomainUntilReplacedOrRem
             if (index == 0)
             {
                 domain.RegisterSingleton(other);
-                domain.UnregisterSingleton<Other>();
+                domain.UnregisterSingleton<double>();
             }
-            misses += domain.TryGetSingleton<Registry>() != &first ? 1 : 0;
+            misses += domain.TryGetSingleton<int>() != &first ? 1 : 0;
         }
     });
     EXPECT_EQ(misses.load(), 0);
-    EXPECT_EQ(domain.TryGetSingleton<Other>(), nullptr);
-    EXPECT_EQ(AppDomain().TryGetSingleton<Registry>(), nullptr);
+    EXPECT_EQ(domain.TryGetSingleton<double>(), nullptr);
+    EXPECT_EQ(AppDomain().TryGetSingleton<int>(), nullptr);
     domain.RegisterSingleton(second);
-    EXPECT_EQ(domain.TryGetSingleton<Registry>(), &second);
-    domain.UnregisterSingleton<Registry>();
-    EXPECT_EQ(domain.TryGetSingleton<Registry>(), nullptr);
+    EXPECT_EQ(domain.TryGetSingleton<int>(), &second);
+    domain.UnregisterSingleton<int>();
+    EXPECT_EQ(domain.TryGetSingleton<int>(), nullptr);
 }
