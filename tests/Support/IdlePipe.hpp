@@ -24,7 +24,6 @@ public:
     IdlePipe(const IdlePipe&) = delete;
     IdlePipe& operator=(const IdlePipe&) = delete;
 
-    int ReadEnd() const { return ends[0]; }
     /// Waits for a byte that never comes; returns only when the pipe could not be created.
     long BlockInRead() const
     {
