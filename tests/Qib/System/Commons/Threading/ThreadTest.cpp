@@ -41,12 +41,14 @@ TEST(ThreadTest, RunsTheBodyOnceWithAsynchronousSignalsBlockedUnderItsCutSystemN
     }, nullptr);
     thread.Start();
     EXPECT_THROW(thread.Start(), Qib::Exception);
-    EXPECT_TRUE(thread.Join());
+    ASSERT_TRUE(VantrelTest::Eventually([&] { return !thread.IsRunning(); }));
+    thread.Terminate(); // ended but not joined: terminating it only reaps it
+    EXPECT_FALSE(thread.IsJoinable());
     EXPECT_STREQ(systemName, "VantrelBase.Net");
     EXPECT_EQ(openInside, 0);
     EXPECT_TRUE(faultsOpen);
     EXPECT_FALSE(VantrelTest::IsBlockedHere(SIGUSR1)); // the caller's mask is left as it was
-    EXPECT_TRUE(thread.Join()); // joining again reports the ended body at once
+    EXPECT_TRUE(thread.Join()); // joining a reaped thread reports the ended body at once
     Thread(ThreadSettings("Idle"), [](void*) {}, nullptr).Terminate(); // never started: nothing to end
 }
 
