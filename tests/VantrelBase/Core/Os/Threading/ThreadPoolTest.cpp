@@ -1,5 +1,5 @@
 // Tests of the worker pool: items run and deliver through their futures, the queue limit holds under
-// a flood, and nothing runs after destruction, which a stuck item cannot hold up.
+// a flood, and a shutdown, which a stuck item cannot hold up, runs nothing still queued.
 #include "VantrelBase/Core/Os/Threading/ThreadPool.hpp"
 
 #include "Qib/System/Commons/ArgumentException.hpp"
