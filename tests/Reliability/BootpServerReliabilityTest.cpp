@@ -84,16 +84,16 @@ struct CountingServer
 // types, an hlen other than 6, and datagrams of any length from empty to oversized.
 Bytes Hostile(std::mt19937& random, std::uint32_t xid)
 {
-    Bytes message = MakeRequest(xid, KnownDevice(random() % 8));
+    Bytes message = MakeRequest(xid, MacAddress(0x02, 0x66, static_cast<std::uint8_t>(random()), 0, 0, 1));
     switch (random() % 4)
     {
     case 0: // an unknown device, otherwise a proper request
-        message = MakeRequest(xid, MacAddress(0x02, 0x66, static_cast<std::uint8_t>(random()), 0, 0, 1));
         break;
     case 1: // a known device, but not a request, not Ethernet or not 6 bytes long
+        message = MakeRequest(xid, KnownDevice(random() % 8));
         message[random() % 3] = static_cast<std::uint8_t>(7 + random() % 249);
         break;
-    case 2: // oversized: more than the server's 700-byte buffer
+    case 2: // an unknown device, oversized: more than the server's 700-byte buffer
         message.resize(700 + random() % 800, static_cast<std::uint8_t>(random()));
         break;
     default: // random bytes of random length, never a request: a short request is deliberately
