@@ -91,7 +91,7 @@ bool AnyMessageContains(const LogCapture& capture, const std::string& text, int 
 
 } // namespace
 
-TEST(ServerBaseTest, StartRunsTheFrameAndLogsInOrderAndAStartOfARunningServerStopsItFirst)
+TEST(ServerBaseTest, StartRunsTheFrameAndItsCallbacksInOrderAndAStartOfARunningServerStopsItFirst)
 {
     JoinLimit limit(20);
     TestServer server("TestServer", 3);
@@ -112,9 +112,28 @@ TEST(ServerBaseTest, StartRunsTheFrameAndLogsInOrderAndAStartOfARunningServerSto
     const std::string prefix = "6 VantrelBase.Net.ServerBase: ";
     std::vector<std::string> expected{prefix + "Attempt to start server TestServer", prefix + "Main thread spawned",
                                       prefix + "Start main thread work"};
+    std::mutex lock;
+    std::vector<std::string> calls; // "<index> <thread name> <same server> <start-ups> <polls>"
+    const auto record = [&](const std::string& index, IServer& argument) {
+        char name[32] = {};
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+        std::lock_guard<std::mutex> guard(lock);
+        calls.push_back(index + " " + name + " " + std::to_string(&argument == &server) + " " +
+                        std::to_string(server.startUps) + " " + std::to_string(server.polls));
+    };
+    server.startedCallbacks.push_back([&](IServer& argument) { record("0", argument); });
+    // A callback may add to its own list; the added one runs in the same pass.
+    server.startedCallbacks.push_back([&](IServer& argument) {
+        record("1", argument);
+        server.startedCallbacks.push_back([&](IServer& added) { record("added", added); });
+    });
     server.Start();
     ASSERT_TRUE(Eventually([&] { return server.polls >= 5; })) << "the worker is not polled";
     EXPECT_EQ(lines(), expected);
+    {
+        std::lock_guard<std::mutex> guard(lock);
+        EXPECT_EQ(calls, (std::vector<std::string>{"0 TestServer 1 1 0", "1 TestServer 1 1 0", "added TestServer 1 1 0"}));
+    }
     const std::size_t threadsWithOneServer = VantrelTest::CountThreads();
 
     capture.Clear();
@@ -221,31 +240,4 @@ TEST(ServerBaseTest, FailureInTheFrameEndsTheThreadAndSkipsTheRestOfIt)
         server.Stop();
         EXPECT_LT(MillisecondsSince(start), 30000) << "Stop joined a thread that had ended";
     }
-}
-
-TEST(ServerBaseTest, StartedCallbacksRunInOrderOnTheMainThreadBeforeTheLoop)
-{
-    LogCapture capture;
-    JoinLimit limit(10);
-    TestServer server;
-    std::mutex lock;
-    std::vector<std::string> calls; // "<index> <thread name> <same server> <start-ups> <polls>"
-    const auto record = [&](const std::string& index, IServer& argument) {
-        char name[32] = {};
-        pthread_getname_np(pthread_self(), name, sizeof(name));
-        std::lock_guard<std::mutex> guard(lock);
-        calls.push_back(index + " " + name + " " + std::to_string(&argument == &server) + " " +
-                        std::to_string(server.startUps) + " " + std::to_string(server.polls));
-    };
-    server.startedCallbacks.push_back([&](IServer& argument) { record("0", argument); });
-    // A callback may add to its own list; the added one runs in the same pass.
-    server.startedCallbacks.push_back([&](IServer& argument) {
-        record("1", argument);
-        server.startedCallbacks.push_back([&](IServer& added) { record("added", added); });
-    });
-    server.Start();
-    ASSERT_TRUE(capture.WaitFor("Start main thread work"));
-    server.Stop();
-    std::lock_guard<std::mutex> guard(lock);
-    EXPECT_EQ(calls, (std::vector<std::string>{"0 TestServer 1 1 0", "1 TestServer 1 1 0", "added TestServer 1 1 0"}));
 }
