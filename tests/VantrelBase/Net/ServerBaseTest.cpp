@@ -1,7 +1,6 @@
 // Tests of the server base: the main thread frame, its log lines, and start and stop from every side.
 #include "VantrelBase/Net/ServerBase.hpp"
 
-#include "FrameTestSupport.hpp"
 #include "Support/Concurrency.hpp"
 #include "Support/JoinLimit.hpp"
 #include "Support/LogCapture.hpp"
