@@ -6,6 +6,7 @@
 #include "Qib/System/Commons/InvalidFormatException.hpp"
 #include "Support/BootpEndpoint.hpp"
 #include "Support/Concurrency.hpp"
+#include "Support/IdlePipe.hpp"
 #include "Support/JoinLimit.hpp"
 #include "Support/LogCapture.hpp"
 #include "Support/NetworkNamespace.hpp"
@@ -24,7 +25,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 using Qib::System::Commons::InvalidFormatException;
@@ -335,6 +335,7 @@ TEST_F(BootpServerNetworkTest, StopFromCallbackOrANewStartEndsTheLoopAndAStuckLo
     // The second request's callback gets stuck past the join limit: the next start terminates that
     // loop before it begins, so that the new loop finds the port free. The terminated loop runs no
     // stopped callbacks.
+    const VantrelTest::IdlePipe pipe;
     std::atomic<int> calls{0};
     std::atomic<bool> stuck{false};
     std::chrono::system_clock::time_point unwoundAt{};
@@ -349,10 +350,7 @@ TEST_F(BootpServerNetworkTest, StopFromCallbackOrANewStartEndsTheLoopAndAStuckLo
             ~Unwound() { at = std::chrono::system_clock::now(); }
         } unwound{unwoundAt};
         stuck = true;
-        for (int i = 0; i < 300; ++i)
-        {
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
+        pipe.BlockInRead();
     }};
     // Started again, and once more while running: that start stops the first loop, so one thread
     // is left. A thread just joined may still be listed for a moment, hence the wait.
