@@ -320,7 +320,17 @@ TEST_F(BootpServerNetworkTest, CallbacksRunOnTheServerThreadWithCopiesAndEachSte
 TEST_F(BootpServerNetworkTest, StopFromCallbackOrANewStartEndsTheLoopAndAStuckLoopIsTerminated)
 {
     std::atomic<int> stopped{0};
+    const VantrelTest::IdlePipe pipe;
+    std::atomic<int> calls{0};
+    std::atomic<bool> stuck{false};
+    std::chrono::system_clock::time_point unwoundAt{};
     auto& server = MakeServer();
+    // Stopped on every way out, before the values its callbacks use go out of scope.
+    const struct StopAtExit
+    {
+        BootpServer& server;
+        ~StopAtExit() { server.Stop(); }
+    } stopAtExit{server};
     server.assignedCallbacks.push_back([](BootpServer& self, MacAddress&, IpAddress&) { self.Stop(); });
     server.stoppedCallbacks.push_back([&](BootpServer&) { ++stopped; });
     StartServer(server);
@@ -335,10 +345,6 @@ TEST_F(BootpServerNetworkTest, StopFromCallbackOrANewStartEndsTheLoopAndAStuckLo
     // The second request's callback gets stuck past the join limit: the next start terminates that
     // loop before it begins, so that the new loop finds the port free. The terminated loop runs no
     // stopped callbacks.
-    const VantrelTest::IdlePipe pipe;
-    std::atomic<int> calls{0};
-    std::atomic<bool> stuck{false};
-    std::chrono::system_clock::time_point unwoundAt{};
     server.assignedCallbacks = {[&](BootpServer&, MacAddress&, IpAddress&) {
         if (++calls != 2)
         {
@@ -375,7 +381,7 @@ TEST_F(BootpServerNetworkTest, StopFromCallbackOrANewStartEndsTheLoopAndAStuckLo
     EXPECT_LT(unwoundAt, restart->Time) << "the stuck loop ended only after the next start began";
     ASSERT_TRUE(WaitForListening(3));
     ASSERT_TRUE(Ask(44));
-    server.Stop(); // before the counters it calls back go out of scope
+    server.Stop();
     EXPECT_EQ(stopped.load(), 3);
     EXPECT_EQ(capture.IndexOf("Cannot allocate socket"), -1) << "the port was given back at every start";
 }
