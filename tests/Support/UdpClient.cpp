@@ -13,6 +13,7 @@
 #include <mutex>
 #include <set>
 #include <stdexcept>
+#include <vector>
 
 namespace VantrelTest
 {
@@ -114,7 +115,7 @@ std::optional<Reply> UdpClient::Receive(std::chrono::milliseconds timeout)
     return reply;
 }
 
-std::optional<std::string> UdpClient::Download(const std::string& name, std::vector<std::size_t>* blocks)
+std::optional<std::string> UdpClient::Download(const std::string& name)
 {
     Send(Request(1, name));
     std::string contents;
@@ -127,10 +128,6 @@ std::optional<std::string> UdpClient::Download(const std::string& name, std::vec
             return std::nullopt;
         }
         contents += reply->body;
-        if (blocks != nullptr)
-        {
-            blocks->push_back(reply->body.size());
-        }
         if (reply->body.size() < 512)
         {
             return contents;

@@ -2,11 +2,9 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace VantrelTest
 {
@@ -30,7 +28,6 @@ public:
     UdpClient(const UdpClient&) = delete;
     UdpClient& operator=(const UdpClient&) = delete;
 
-    int Port() const { return port; }
     /// "address:port" as the server's log lines show the client.
     std::string Name() const;
     void Send(const std::string& datagram);
@@ -38,8 +35,8 @@ public:
     std::optional<Reply> Receive(std::chrono::milliseconds timeout = std::chrono::milliseconds(3000));
 
     /// A whole download in octet mode, each block acknowledged; nothing when a reply is missing or
-    /// not a DATA packet in sequence. `blocks` receives the payload size of each DATA packet.
-    std::optional<std::string> Download(const std::string& name, std::vector<std::size_t>* blocks = nullptr);
+    /// not a DATA packet in sequence.
+    std::optional<std::string> Download(const std::string& name);
     /// A whole upload in octet mode; false when any reply is not the expected ACK.
     bool Upload(const std::string& name, const std::string& contents);
 

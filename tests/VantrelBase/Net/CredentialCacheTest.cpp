@@ -35,7 +35,7 @@ std::string ArgumentMessage(const std::function<void()>& operation)
 
 } // namespace
 
-TEST(CredentialCacheTest, CredentialsAreKeyedByDeviceAndTypeAndReportEmptyTexts)
+TEST(CredentialCacheTest, CredentialsAreKeyedByDeviceAndTypeRemovedWithTheirDeviceAndReportEmptyTexts)
 {
     VantrelTest::LogCapture capture;
     CredentialCache cache;
@@ -55,6 +55,19 @@ TEST(CredentialCacheTest, CredentialsAreKeyedByDeviceAndTypeAndReportEmptyTexts)
     {
         EXPECT_EQ(credential.GetUsername() + credential.GetPassword() + credential.GetDomain(), "");
     }
+
+    // Removing one credential keeps the device's others; removing its last one removes the device;
+    // removing the device drops them all.
+    cache.Remove("10.77.0.5", "basic");
+    EXPECT_TRUE(cache.HasCredential("10.77.0.5", "digest"));
+    cache.Add("10.77.0.6", "basic", Basic);
+    cache.Remove("10.77.0.6", "basic");
+    EXPECT_EQ(ArgumentMessage([&] { cache.Remove("10.77.0.6"); }), "Credential not found: device=10.77.0.6");
+    cache.Remove("10.77.0.5");
+    EXPECT_FALSE(cache.HasCredential("10.77.0.5", "digest"));
+    cache.Add("10.77.0.5", "digest", Basic); // the pair is free again
+    cache.Clear();
+    EXPECT_FALSE(cache.HasCredential("10.77.0.5", "digest"));
 }
 
 TEST(CredentialCacheTest, EveryFailureThrowsItsTextAndLogsTheKeysAtDebug)
@@ -95,23 +108,4 @@ TEST(CredentialCacheTest, EveryFailureThrowsItsTextAndLogsTheKeysAtDebug)
     }
     EXPECT_TRUE(cache.HasCredential("plc-7", "basic")) << "failures change nothing";
     EXPECT_FALSE(cache.HasCredential("plc-9", "basic")) << "a failed lookup creates no device";
-}
-
-TEST(CredentialCacheTest, RemovingTheLastCredentialOfADeviceRemovesTheDevice)
-{
-    CredentialCache cache;
-    cache.Add("plc-7", "basic", Basic);
-    cache.Add("plc-7", "digest", Basic);
-    cache.Add("plc-8", "basic", Basic);
-    cache.Add("plc-8", "digest", Basic);
-    cache.Remove("plc-7", "basic");
-    EXPECT_TRUE(cache.HasCredential("plc-7", "digest")) << "the device keeps its other credential";
-    cache.Remove("plc-7", "digest");
-    EXPECT_EQ(ArgumentMessage([&] { cache.Remove("plc-7"); }), "Credential not found: device=plc-7");
-
-    cache.Remove("plc-8"); // drops all of the device's credentials
-    EXPECT_FALSE(cache.HasCredential("plc-8", "digest"));
-    cache.Add("plc-8", "basic", Basic); // the pair is free again
-    cache.Clear();
-    EXPECT_FALSE(cache.HasCredential("plc-8", "basic"));
 }

@@ -6,7 +6,6 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
-#include <random>
 #include <utility>
 #include <vector>
 
@@ -15,25 +14,6 @@ namespace
 
 using VantrelBase::Net::Icmp::checksum;
 using Bytes = std::vector<unsigned char>;
-
-// Reference written from the definition: 16-bit words in host order (an odd last byte as the
-// low-order byte), a wide accumulator and end-around carries folded until none is left.
-std::uint16_t ReferenceChecksum(const unsigned char* bytes, std::size_t length)
-{
-    std::uint64_t sum = 0;
-    for (std::size_t i = 0; i + 1 < length; i += 2)
-    {
-        std::uint16_t word = 0;
-        std::memcpy(&word, bytes + i, 2);
-        sum += word;
-    }
-    sum += length % 2 == 1 ? bytes[length - 1] : 0;
-    while (sum > 0xFFFF)
-    {
-        sum = (sum & 0xFFFF) + (sum >> 16);
-    }
-    return static_cast<std::uint16_t>(0xFFFF - sum);
-}
 
 // The two bytes the checksum occupies when stored in host order, as in an echo request.
 std::array<unsigned char, 2> Stored(const Bytes& bytes)
@@ -58,6 +38,8 @@ TEST(ChecksumTest, WorkedExamplesStoreTheNetworkOrderChecksum)
         // gives 10000, which needs a second fold.
         {{0xff, 0xff, 0xff, 0xff, 0x01, 0x00}, {0xfe, 0xff}},
         {Bytes(70000, 0xFF), {0, 0}},
+        // An odd last byte is the low-order byte of a word: 0201 + 0003 = 0204, complemented fdfb.
+        {{0x01, 0x02, 0x03}, {0xfb, 0xfd}},
     };
     for (const auto& [bytes, stored] : rows)
     {
@@ -66,23 +48,7 @@ TEST(ChecksumTest, WorkedExamplesStoreTheNetworkOrderChecksum)
     // Empty and negative lengths read nothing.
     EXPECT_EQ(checksum(nullptr, 0), 0xFFFF);
     EXPECT_EQ(checksum(rows[0].first.data(), -3), 0xFFFF);
-}
-
-TEST(ChecksumTest, MatchesReferenceOnEvenAndOddLengthsAtAnyAlignment)
-{
-    std::mt19937 generator(20240611);
-    std::array<unsigned char, 302> storage{};
-    for (unsigned char& b : storage)
-    {
-        b = static_cast<unsigned char>(generator());
-    }
-    for (std::size_t offset = 0; offset < 2; ++offset)
-    {
-        for (std::size_t length = 0; length <= 300; ++length)
-        {
-            ASSERT_EQ(checksum(storage.data() + offset, static_cast<std::int32_t>(length)),
-                      ReferenceChecksum(storage.data() + offset, length))
-                << "offset " << offset << ", length " << length;
-        }
-    }
+    // Words need no alignment: the first row read from an odd address.
+    const Bytes shifted{0x55, 0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7};
+    EXPECT_EQ(checksum(shifted.data() + 1, 8), checksum(rows[0].first.data(), 8));
 }

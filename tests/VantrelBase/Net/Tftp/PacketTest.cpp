@@ -44,15 +44,6 @@ TEST(PacketTest, FactoriesBuildExactBytesAndFullPackets)
     }
 }
 
-TEST(PacketTest, ReceivedPacketIsACopyOfTheDatagram)
-{
-    std::string datagram("\0\3\0\7abc"s);
-    const auto packet = Received(datagram);
-    datagram[4] = 'z';
-    EXPECT_EQ(Bytes(*packet), "\0\3\0\7abc"s);
-    EXPECT_FALSE(packet->Write(static_cast<unsigned char>(0)));
-}
-
 TEST(PacketTest, FieldsOfReceivedDatagrams)
 {
     struct Case
@@ -127,9 +118,13 @@ TEST(PacketTest, WritesRefuseWhatDoesNotFitAndTheOpCodeGoesFirst)
     EXPECT_FALSE(Packet(1).Write(OpCode::Data));
 }
 
-TEST(PacketTest, CopyIsDeliberatelyShallow)
+TEST(PacketTest, ReceivedPacketCopiesTheDatagramButACopiedPacketIsDeliberatelyShallow)
 {
-    const auto original = Received("\x7F\3\0\1"s);
+    std::string datagram("\x7F\3\0\1"s);
+    const auto original = Received(datagram);
+    datagram[1] = 'z';
+    EXPECT_EQ(Bytes(*original), "\x7F\3\0\1"s);
+    EXPECT_FALSE(original->Write(static_cast<unsigned char>(0))) << "a received packet has no room left";
     const Packet copy(*original);
     EXPECT_EQ(Bytes(copy), "\x7F\0\0\0"s) << "only the first byte is taken over";
     EXPECT_NE(copy.GetRawData(), original->GetRawData());

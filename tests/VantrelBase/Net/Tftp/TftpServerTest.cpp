@@ -248,8 +248,6 @@ std::vector<Dialogue> Dialogues()
              fs::create_symlink("/dev/zero", home / "device");
              fs::create_directory(home / "folder");
          }},
-        {"ReadDisabledIsAnAccessViolation", files, {{Request(1, "f.txt"), AccessViolation}}, {}, {},
-         [](Settings& settings, const TempDirectory&) { settings.ReadEnabled = false; }},
         // The session went idle when the last DATA was built. Deliberate.
         {"FinalAcknowledgeGetsUnexpectedPacket", files, {served, {Ack(1), Unexpected}}, {},
          {"Client @ read request `f.txt` -> `~/f.txt`", "Sent last packet of ~/f.txt to @"}},
@@ -292,11 +290,14 @@ std::vector<Dialogue> Dialogues()
          {{"f.txt", p512 + "end"}, {"f.txt.part", std::nullopt}},
          // The write request is logged as a read request without the mapped path. Deliberate.
          {"Client @ read request `f.txt` -> ``", "Received last packet of ~/f.txt from @"}},
-        {"WriteDisabledIsAnAccessViolation", {},
-         {{Request(2, "w.bin"), AccessViolation}},
+        {"ReadOrWriteDisabledIsAnAccessViolation", files,
+         {{Request(1, "f.txt"), AccessViolation}, {Request(2, "w.bin"), AccessViolation}},
          {{"w.bin.part", std::nullopt}},
          {"Client @ attempt to write ~/w.bin. Write is disabled."},
-         [](Settings& settings, const TempDirectory&) { settings.WriteEnabled = false; }},
+         [](Settings& settings, const TempDirectory&) {
+             settings.ReadEnabled = false;
+             settings.WriteEnabled = false;
+         }},
         // Checked at the request and again at every DATA packet.
         {"OverwriteDisabledKeepsEveryExistingFile", files,
          {{Request(2, "f.txt"), Error(6, "File already exists.")},
