@@ -1,10 +1,7 @@
 // Puts a test process into a private network namespace with loopback up.
 #include "Support/NetworkNamespace.hpp"
 
-#include <net/if.h>
 #include <sched.h>
-#include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
@@ -25,22 +22,6 @@ std::string& Reason()
     return reason;
 }
 
-bool BringLoopbackUp()
-{
-    const int descriptor = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (descriptor < 0)
-    {
-        return false;
-    }
-    ifreq request{};
-    std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    bool up = ::ioctl(descriptor, SIOCGIFFLAGS, &request) == 0;
-    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
-    up = up && ::ioctl(descriptor, SIOCSIFFLAGS, &request) == 0;
-    ::close(descriptor);
-    return up;
-}
-
 } // namespace
 
 void EnterPrivateNetworkNamespace()
@@ -55,9 +36,9 @@ void EnterPrivateNetworkNamespace()
         Reason() = std::string("unshare(CLONE_NEWNET) failed: ") + std::strerror(errno);
         return;
     }
-    if (!BringLoopbackUp())
+    if (Shell("ip link set lo up") != 0)
     {
-        Reason() = std::string("cannot bring loopback up: ") + std::strerror(errno);
+        Reason() = "cannot bring loopback up with ip(8)";
         return;
     }
     Reason().clear();
