@@ -143,17 +143,6 @@ bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, 
     return Eventually([&] { return Read(path).find(text, from) != std::string::npos; });
 }
 
-std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)
-{
-    std::string text = "[bootp]\nboot_file = \"" + bootFile + "\"\n";
-    for (int host = 1; host <= hosts; ++host)
-    {
-        text += "[[bootp.hosts]]\nmac = \"02:00:00:00:00:0" + std::to_string(host) + "\"\nip = \"10.77.0." +
-                std::to_string(host + 1) + "\"\n";
-    }
-    return text;
-}
-
 RunResult DaemonTest::Status(const std::vector<std::string>& options, const std::vector<std::string>& prefix)
 {
     std::vector<std::string> arguments{"status", "--socket", (root / "netd.sock").string()};
