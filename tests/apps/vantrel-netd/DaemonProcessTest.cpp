@@ -11,7 +11,6 @@
 
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -364,16 +363,12 @@ TEST_P(DaemonLogReaderTest, NeitherStopsADownloadNorTheDaemon)
     ASSERT_EQ(::pipe2(log, O_CLOEXEC), 0);
     DaemonProcess daemon({"--config", Config("[logging]\nlevel = \"trace\"\n" + TftpConfig("boot"))}, {}, log[1]);
     ::close(log[1]);
-    std::string seen;
-    char buffer[4096];
-    for (int reads = 0; reads < 1000 && seen.find("TFTP server on UDP port 69") == std::string::npos; ++reads)
-    {
-        pollfd readable{log[0], POLLIN, 0};
-        ASSERT_EQ(::poll(&readable, 1, 10000), 1) << seen;
-        const ssize_t count = ::read(log[0], buffer, sizeof(buffer));
-        ASSERT_GT(count, 0) << seen;
-        seen.append(buffer, static_cast<std::size_t>(count));
-    }
+    // The server is up once a request gets its answer ("File not found").
+    ASSERT_TRUE(VantrelTest::Eventually([] {
+        VantrelTest::UdpClient probe;
+        probe.Send(VantrelTest::Request(1, "absent.bin"));
+        return probe.Receive(100ms).has_value();
+    }));
     if (exits)
     {
         ::close(log[0]);
