@@ -81,6 +81,7 @@ TEST_F(ConfigLoaderTest, EveryKeyIsReadIntoTheRecords)
 {
     const Config config = Load(R"([logging]
 level = "debug"
+target = "file"
 file = "logs/netd.log"
 
 [tftp]
@@ -120,8 +121,9 @@ confine = false
     };
     const auto& tftp = config.Tftp;
     const auto& bootp = config.Bootp;
-    EXPECT_EQ(std::make_tuple(config.SourceFile, config.Confine, config.Logging.Level, config.Logging.File),
-              std::make_tuple("site.toml", false, 7, (root / "logs/netd.log").string()));
+    EXPECT_EQ(std::make_tuple(config.SourceFile, config.Confine, config.Logging.Level, config.Logging.Target,
+                              config.Logging.File),
+              std::make_tuple("site.toml", false, 7, VantrelNetd::LogTarget::File, (root / "logs/netd.log").string()));
     EXPECT_EQ(std::make_tuple(tftp.Enabled, tftp.Read, tftp.Write, tftp.Overwrite, tftp.Timeout, tftp.Retries,
                               tftp.Verbose, tftp.Threads),
               std::make_tuple(true, false, true, true, 30, 7, true, 3U));
@@ -145,8 +147,9 @@ TEST_F(ConfigLoaderTest, OmittedKeysKeepTheServersReadOnlyConfinedAndEndingStall
 {
     const Config config = Load(minimalTftp + "[bootp]\nenabled = false\n");
     EXPECT_EQ(std::make_tuple(config.Tftp.Read, config.Tftp.Write, config.Tftp.Overwrite, config.Tftp.Timeout,
-                              config.Tftp.Retries, config.Confine, config.Logging.Level, config.Bootp.Enabled),
-              std::make_tuple(true, false, false, 10, 0, true, 6, false));
+                              config.Tftp.Retries, config.Confine, config.Logging.Level, config.Logging.Target,
+                              config.Bootp.Enabled),
+              std::make_tuple(true, false, false, 10, 0, true, 6, VantrelNetd::LogTarget::StandardError, false));
     EXPECT_EQ(WarningsOf(config), "") << "a disabled server is not warned about";
 }
 
@@ -238,19 +241,11 @@ TEST_F(ConfigLoaderTest, AcceptedButLikelyUnmeantSettingsAreWarnedAbout)
     }
 }
 
-TEST_F(ConfigLoaderTest, TheLogTargetIsStandardErrorUnlessAFileOrTheJournalIsNamed)
+TEST_F(ConfigLoaderTest, TheLogTargetIsTheJournalOrAFileWhenNamed)
 {
-    using VantrelNetd::LogTarget;
-    const std::pair<std::string, LogTarget> cases[] = {
-        {"", LogTarget::StandardError},
-        {"target = \"journal\"\n", LogTarget::Journal},
-        {"file = \"logs/d.log\"\n", LogTarget::File},
-        {"target = \"file\"\nfile = \"logs/d.log\"\n", LogTarget::File},
-    };
-    for (const auto& [keys, target] : cases)
-    {
-        EXPECT_EQ(Load(minimalTftp + "[logging]\n" + keys).Logging.Target, target) << keys;
-    }
+    EXPECT_EQ(Load(minimalTftp + "[logging]\ntarget = \"journal\"\n").Logging.Target, VantrelNetd::LogTarget::Journal);
+    // A file alone makes the target a file.
+    EXPECT_EQ(Load(minimalTftp + "[logging]\nfile = \"logs/d.log\"\n").Logging.Target, VantrelNetd::LogTarget::File);
 }
 
 TEST_F(ConfigLoaderTest, FilePathsAreTakenFromTheConfigFilesFolderAndTheFileIsClosed)
@@ -270,21 +265,11 @@ TEST_F(ConfigLoaderTest, FilePathsAreTakenFromTheConfigFilesFolderAndTheFileIsCl
     }
 }
 
-TEST_F(ConfigLoaderTest, BuiltInDefaultCreatesAMissingFolderWithASampleFile)
+// A missing folder made with its sample file and served read-only is shown by the daemon's run without a config.
+TEST_F(ConfigLoaderTest, BuiltInDefaultLeavesAnExistingFolderAsItIsAndMakesANewOneTheSudoUsers)
 {
-    const fs::path folder = root / "new" / "tftpboot";
-    const Config config = ConfigLoader::BuiltIn(folder.string() + "/");
-    ASSERT_TRUE(fs::is_directory(folder));
-    EXPECT_TRUE(fs::is_regular_file(folder / "hello.txt"));
-    ASSERT_EQ(config.Tftp.HomePaths.size(), 1U);
-    EXPECT_EQ(std::make_tuple(config.Tftp.Enabled, config.Tftp.Read, config.Tftp.Write, config.Bootp.Enabled,
-                              config.Tftp.HomePaths[0].Alias, config.Tftp.HomePaths[0].Path),
-              std::make_tuple(true, true, false, false, std::string("/"), folder.string()));
-
-    // An existing folder is served as it is.
-    fs::remove(folder / "hello.txt");
-    ConfigLoader::BuiltIn(folder.string());
-    EXPECT_FALSE(fs::exists(folder / "hello.txt"));
+    ConfigLoader::BuiltIn((root / "boot").string());
+    EXPECT_FALSE(fs::exists(root / "boot" / "hello.txt"));
 
     // Made by root for a user of sudo, the folder and its sample file are that user's.
     if (::geteuid() == 0)

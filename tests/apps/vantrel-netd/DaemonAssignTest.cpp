@@ -5,37 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using VantrelTest::DaemonProcess;
-
-namespace
-{
-
-struct AssignCase
-{
-    std::vector<std::string> Arguments;
-    int Status;
-    std::string Output;
-};
-
-class DaemonAssignTest : public VantrelTest::DaemonTest
-{
-protected:
-    // The command with the test daemon's socket; checks its status and that its output holds `expected`.
-    void Expect(const AssignCase& step)
-    {
-        std::vector<std::string> arguments = step.Arguments;
-        arguments.insert(arguments.begin() + 1, {"--socket", (root / "netd.sock").string()});
-        const auto run = DaemonProcess::Run(arguments);
-        EXPECT_EQ(run.Status, step.Status) << arguments[0] << " " << arguments[3] << ": " << run.Output << run.Error;
-        EXPECT_NE((run.Output + run.Error).find(step.Output), std::string::npos) << run.Output << run.Error;
-        if (run.Status != 0)
-        {
-            ExpectOneLine(run.Error);
-        }
-    }
-};
-
-} // namespace
+using DaemonAssignTest = VantrelTest::DaemonTest;
 
 TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
 {
@@ -48,7 +21,8 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
     Write(root / "short.csv", "mac,ip\n02:77:00:00:00:40\n");
     auto daemon = StartDaemon({"--config", config}, "Control socket");
     const std::string table = "the BOOTP table has ";
-    const std::vector<AssignCase> steps{
+    // The command (run with the test daemon's socket), its status, what its output holds.
+    const std::tuple<std::vector<std::string>, int, std::string> steps[] = {
         {{"assign", "02-77-00-00-00-10", "10.77.0.40", "--name", "press-3"}, 0, "assigned 1 device(s); " + table + "2"},
         {{"assign", "02:77:00:00:00:10", "10.77.0.41", "--name", "press-3b"}, 0, table + "2"},
         {{"assign", "02:77:00:00:00:11", "10.77.0.256"}, 65, "\"10.77.0.256\" is not an IPv4 address"},
@@ -66,9 +40,16 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
         {{"unassign", "01:02:00:00:00:00"}, 65, "01:02:00:00:00:00 has no assignment"},
         {{"unassign", "02:00:00:00:00:01"}, 65, "is in the config file's own table"},
     };
-    for (const AssignCase& step : steps)
+    for (auto [arguments, status, output] : steps)
     {
-        Expect(step);
+        arguments.insert(arguments.begin() + 1, {"--socket", (root / "netd.sock").string()});
+        const auto run = DaemonProcess::Run(arguments);
+        EXPECT_EQ(run.Status, status) << arguments[0] << " " << arguments[3] << ": " << run.Output << run.Error;
+        EXPECT_NE((run.Output + run.Error).find(output), std::string::npos) << run.Output << run.Error;
+        if (run.Status != 0)
+        {
+            ExpectOneLine(run.Error);
+        }
     }
     const std::string kept = "hardware,ip,name\n02:77:00:00:00:10,10.77.0.41,press-3b\n"
                              "02:77:00:00:00:AA,10.77.0.20,press-1\n02:77:00:00:00:AB,10.77.0.21,\n";

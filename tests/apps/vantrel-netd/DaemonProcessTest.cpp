@@ -23,30 +23,7 @@ using VantrelTest::DaemonProcess;
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-namespace
-{
-
-class DaemonProcessTest : public VantrelTest::DaemonTest
-{
-protected:
-    // Polls `status --json` until a download of `name` is in progress; checks the text form then.
-    bool WaitForRunning(const std::string& name)
-    {
-        const bool running = VantrelTest::Eventually([&] {
-            const auto status = Status({"--json"});
-            if (status.Status != 0)
-            {
-                return false;
-            }
-            const auto transfers = nlohmann::json::parse(status.Output).at("running");
-            return transfers.size() == 1 && transfers[0].at("name") == name &&
-                   transfers[0].at("direction") == "download";
-        });
-        return running && Status({}).Output.find("Transfers in progress: 1\n  download 127.0.0.1:") != std::string::npos;
-    }
-};
-
-} // namespace
+using DaemonProcessTest = VantrelTest::DaemonTest;
 
 TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSigtermWithinASecond)
 {
@@ -121,8 +98,10 @@ TEST_F(DaemonProcessTest, WithoutAConfigServesTheTftpRootReadOnlyAndWritesOnInto
     const fs::path log = root / "netd.log";
     DaemonProcess daemon({"--tftp-root", folder.string(), "--log-file", log.string()});
     ASSERT_TRUE(WaitForFileText(log, "TFTP server on"));
-    EXPECT_NE(Read(log).find("Confined: "), std::string::npos) << Read(log);
+    // The folder is made with a sample file and served read-only, without BOOTP.
+    EXPECT_EQ(Read(log).find("BOOTP server"), std::string::npos) << Read(log);
     Tftp("get hello.txt");
+    EXPECT_NE(Read(folder / "hello.txt"), "");
     EXPECT_EQ(Read(root / "client" / "hello.txt"), Read(folder / "hello.txt"));
     Write(root / "client" / "x.txt", "x");
     Tftp("put x.txt x.txt");
@@ -188,12 +167,24 @@ TEST_F(DaemonProcessTest, SighupDuringADownloadRestartsOnlyTheServersThatChanged
     };
     const std::string complete =
         "`big.bin` (" + (root / "boot" / "big.bin").string() + ") octet: complete, 1048576 bytes in ";
+    // `status --json` shows the download in progress; the text form then too.
+    const auto running = [this] {
+        const auto status = Status({"--json"});
+        if (status.Status != 0)
+        {
+            return false;
+        }
+        const auto transfers = nlohmann::json::parse(status.Output).at("running");
+        return transfers.size() == 1 && transfers[0].at("name") == "big.bin" &&
+               transfers[0].at("direction") == "download";
+    };
     for (const auto& [config, change, uploads] : reloads)
     {
         const std::size_t from = daemon->StandardError().size();
         fs::remove(root / "client" / "big.bin");
         std::thread download([this] { Tftp("get big.bin"); });
-        EXPECT_TRUE(WaitForRunning("big.bin")) << daemon->StandardError();
+        EXPECT_TRUE(VantrelTest::Eventually(running)) << daemon->StandardError();
+        EXPECT_NE(Status({}).Output.find("Transfers in progress: 1\n  download 127.0.0.1:"), std::string::npos);
         Config(ControlConfig() + config);
         daemon->Signal(SIGHUP);
         EXPECT_TRUE(daemon->WaitForError("Reload done", 20s, from)) << daemon->StandardError();
@@ -348,7 +339,7 @@ TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
 }
 
 // What happens to the read end of the daemon's standard error once it has started.
-class DaemonLogReaderTest : public DaemonProcessTest, public testing::WithParamInterface<bool>
+class DaemonLogReaderTest : public VantrelTest::DaemonTest, public testing::WithParamInterface<bool>
 {
 };
 

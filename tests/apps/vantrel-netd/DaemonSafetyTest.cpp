@@ -46,16 +46,6 @@ std::map<std::string, std::string> Snapshot(const fs::path& folder, const std::s
     return entries;
 }
 
-std::string Repeated(const std::string& part, int times)
-{
-    std::string text;
-    for (int time = 0; time < times; ++time)
-    {
-        text += part;
-    }
-    return text;
-}
-
 // The daemon started as the README starts it, as root, and once more with a switch to nobody.
 class HostilePathTest : public DaemonSafetyTest, public testing::WithParamInterface<std::vector<std::string>>
 {
@@ -78,8 +68,12 @@ TEST_P(HostilePathTest, NothingOutsideTheHomesIsReadOrWritten)
     fs::permissions(root / "srv" / "boot", fs::perms::all);
     fs::permissions(root / "srv" / "cfg", fs::perms::all);
     const std::string planted = "/tmp/vantrel-netd-planted-" + std::to_string(::getpid());
-    const std::string toRoot = Repeated("../", 30);
-    const std::string longClimb = Repeated("../", 1200);
+    std::string longClimb;
+    for (int level = 0; level < 1200; ++level)
+    {
+        longClimb += "../";
+    }
+    const std::string toRoot = longClimb.substr(0, 3 * 30);
     const std::string secret = (root / "outside" / "secret.txt").relative_path().string();
     const std::string config = Config("[tftp]\nwrite = true\noverwrite = true\ntimeout = 1\n[[tftp.home]]\n"
                                       "path = \"srv/boot\"\n[[tftp.home]]\nalias = \"/cfg\"\npath = \"srv/cfg\"\n");
