@@ -159,7 +159,6 @@ TEST_F(ConfigLoaderTest, ErrorsNameFileLineColumnAndKey)
     const std::pair<std::string, std::string> cases[] = {
         {minimalTftp + "[tftp.extra]\n", "site.toml:4:7: tftp.extra: unknown key"},
         {"[tftp]\nread = \"yes\"\n", "site.toml:2:8: tftp.read: expected a boolean (true or false), found a string"},
-        {"[tftp]\ntimeout = 2.5\n", "site.toml:2:11: tftp.timeout: expected an integer, found a floating-point"},
         {"[tftp]\nretries = 11\n", "site.toml:2:11: tftp.retries: 11 is out of range: give an integer from 0 to 10"},
         {minimalTftp + "[daemon]\nchroot = true\n", "daemon.chroot: unknown key (known here: confine)"},
         {"tftp = 3\n", "site.toml:1:8: tftp: expected a table, found an integer"},
@@ -169,7 +168,6 @@ TEST_F(ConfigLoaderTest, ErrorsNameFileLineColumnAndKey)
          "site.toml:2:20: tftp.allowed_clients[0]: a range needs both first and last"},
         {TftpWith("allowed_clients = [{ first = \"10.77.0.9\", last = \"10.77.0.1\" }]\n"),
          "tftp.allowed_clients[0]: first 10.77.0.9 is above last 10.77.0.1"},
-        {TftpWith("allowed_clients = [7]\n"), "tftp.allowed_clients[0]: expected an address string"},
         {"[tftp]\n[[tftp.home]]\npath = \"missing\"\n",
          "site.toml:3:8: tftp.home[0].path: directory \"" + (root / "missing").string() + "\" does not exist"},
         {"[tftp]\n[[tftp.home]]\nalias = \"/x\"\n",
