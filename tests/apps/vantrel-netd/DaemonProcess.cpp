@@ -17,12 +17,6 @@ namespace VantrelTest
 
 namespace fs = std::filesystem;
 
-const std::vector<std::string>& AsNobody()
-{
-    static const std::vector<std::string> words{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-    return words;
-}
-
 DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix,
                              int standardError)
 {

@@ -21,7 +21,7 @@ namespace VantrelTest
 {
 
 /// setpriv's words that run a command as nobody without supplementary groups.
-const std::vector<std::string>& AsNobody();
+inline const std::vector<std::string> AsNobody{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
 
 /// How a run of the binary to its end went.
 struct RunResult

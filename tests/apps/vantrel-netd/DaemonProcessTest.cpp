@@ -72,7 +72,7 @@ TEST_F(DaemonProcessTest, ServesRealClientsWithOneSummaryLineEachAndStopsWithSig
     EXPECT_EQ(Read(boot / "stored.txt"), "uploaded by the test\n");
 
     EXPECT_EQ(fs::status(root / "netd.sock").permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    const auto refused = Status({}, VantrelTest::AsNobody());
+    const auto refused = Status({}, VantrelTest::AsNobody);
     EXPECT_EQ(refused.Status, 77);
     EXPECT_NE(refused.Error.find("no permission to use the control socket"), std::string::npos) << refused.Error;
     ExpectOneLine(refused.Error);
@@ -290,7 +290,7 @@ TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
         {"", {"--config", (root / "absent.toml").string()}, 78, "absent.toml: cannot read the config file"},
         {"[tftp\n", {}, 78, config + ":1:6: "},
         {boot, {}, 69, "TFTP cannot bind UDP 0.0.0.0:69: the port is in use"},
-        {boot, {}, 77, "TFTP cannot bind UDP 0.0.0.0:69: permission denied", VantrelTest::AsNobody()},
+        {boot, {}, 77, "TFTP cannot bind UDP 0.0.0.0:69: permission denied", VantrelTest::AsNobody},
         {unreachable, {"--check"}, 0, "home / -> " + (root / "boot").string()},
         {unreachable, {"--check"}, 0, "host 02:01:00:00:00:00 -> 10.77.0.3"},
         {unreachable, {"--check"}, 0,
@@ -300,7 +300,7 @@ TEST_F(DaemonProcessTest, RunsThatEndAtOnceExitWithTheirStatusAndOneLine)
         {"[logging]\nfile = \"given.log\"\n" + boot, {"--check"}, 0, "log file: " + given + " (from the config"},
         {boot, {"--check", "--log-file", missing}, 73, "cannot open log file " + missing + ": No such file"},
         {"[logging]\nfile = \"root.log\"\n" + boot, {"--check"}, 73,
-         "cannot open log file " + (root / "root.log").string() + ": Permission denied", VantrelTest::AsNobody()},
+         "cannot open log file " + (root / "root.log").string() + ": Permission denied", VantrelTest::AsNobody},
         // Deployments the library would quietly fail in.
         {TftpConfig("large"), {"--check"}, 0,
          "warning: tftp: " + (root / "large" / "big.img").string() + " has 33553920 bytes"},

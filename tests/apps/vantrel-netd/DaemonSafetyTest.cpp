@@ -236,7 +236,7 @@ TEST_F(DaemonSafetyTest, AConfinedDaemonRefusesAReloadItCouldNotServe)
 TEST_F(DaemonSafetyTest, WithoutThePrivilegeToConfineOneWarningSaysSo)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    std::vector<std::string> prefix = VantrelTest::AsNobody();
+    std::vector<std::string> prefix = VantrelTest::AsNobody;
     prefix.insert(prefix.end(), {"--inh-caps=+net_bind_service", "--ambient-caps=+net_bind_service"});
     DaemonProcess daemon({"--config", Config(TftpConfig("boot"))}, prefix);
     ASSERT_TRUE(daemon.WaitForError("TFTP server on UDP port 69")) << daemon.StandardError();
