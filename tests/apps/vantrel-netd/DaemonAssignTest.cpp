@@ -19,7 +19,8 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
                              "02-77-00-00-00-ab ; 10.77.0.21 ; \n# spare\n");
     Write(root / "twice.csv", "02:77:00:00:00:30,10.77.0.30\n02-77-00-00-00-30,10.77.0.31,again\n");
     Write(root / "short.csv", "mac,ip\n02:77:00:00:00:40\n");
-    auto daemon = StartDaemon({"--config", config}, "Control socket");
+    // The control socket opens before the servers start; changes are taken once BOOTP runs.
+    auto daemon = StartDaemon({"--config", config}, "BOOTP server on");
     const std::string table = "the BOOTP table has ";
     // The command (run with the test daemon's socket), its status, what its output holds.
     const std::tuple<std::vector<std::string>, int, std::string> steps[] = {
