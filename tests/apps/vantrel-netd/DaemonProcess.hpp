@@ -21,7 +21,7 @@ namespace VantrelTest
 {
 
 /// setpriv's words that run a command as nobody without supplementary groups.
-const std::vector<std::string>& AsNobody();
+inline const std::vector<std::string> AsNobody{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
 
 /// How a run of the binary to its end went.
 struct RunResult
@@ -91,8 +91,6 @@ protected:
         return "[tftp]\nwrite = " + std::string(write ? "true" : "false") + "\n[[tftp.home]]\npath = \"" + home +
                "\"\n";
     }
-    /// A [bootp] section with `bootFile` and hosts 02:00:00:00:00:01.. at 10.77.0.2...
-    static std::string BootpConfig(const std::string& bootFile, int hosts);
     /// A [control] section with the socket netd.sock beside the config.
     static std::string ControlConfig() { return "[control]\nsocket = \"netd.sock\"\n"; }
     /// `vantrel-netd status` with `options` against ControlConfig()'s socket.

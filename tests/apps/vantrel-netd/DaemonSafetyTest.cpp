@@ -9,7 +9,6 @@
 #include "Support/UdpClient.hpp"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <map>
@@ -47,16 +46,6 @@ std::map<std::string, std::string> Snapshot(const fs::path& folder, const std::s
     return entries;
 }
 
-std::string Repeated(const std::string& part, int times)
-{
-    std::string text;
-    for (int time = 0; time < times; ++time)
-    {
-        text += part;
-    }
-    return text;
-}
-
 // The daemon started as the README starts it, as root, and once more with a switch to nobody.
 class HostilePathTest : public DaemonSafetyTest, public testing::WithParamInterface<std::vector<std::string>>
 {
@@ -79,8 +68,12 @@ TEST_P(HostilePathTest, NothingOutsideTheHomesIsReadOrWritten)
     fs::permissions(root / "srv" / "boot", fs::perms::all);
     fs::permissions(root / "srv" / "cfg", fs::perms::all);
     const std::string planted = "/tmp/vantrel-netd-planted-" + std::to_string(::getpid());
-    const std::string toRoot = Repeated("../", 30);
-    const std::string longClimb = Repeated("../", 1200);
+    std::string longClimb;
+    for (int level = 0; level < 1200; ++level)
+    {
+        longClimb += "../";
+    }
+    const std::string toRoot = longClimb.substr(0, 3 * 30);
     const std::string secret = (root / "outside" / "secret.txt").relative_path().string();
     const std::string config = Config("[tftp]\nwrite = true\noverwrite = true\ntimeout = 1\n[[tftp.home]]\n"
                                       "path = \"srv/boot\"\n[[tftp.home]]\nalias = \"/cfg\"\npath = \"srv/cfg\"\n");
@@ -153,21 +146,21 @@ TEST_F(DaemonSafetyTest, UserNobodyKeepsBootpAndTftpServingThroughAReload)
     EXPECT_NE(status.find("\nUid:\t65534\t65534\t65534\t65534\n"), std::string::npos) << status;
     EXPECT_NE(status.find("\nGid:\t65534\t65534\t65534\t65534\n"), std::string::npos) << status;
 
-    // Twenty rounds of about a second: downloads throughout, the BOOTP client in round 5, a reload in round 10.
+    // Ten rounds of about a second: downloads throughout, the BOOTP client in round 3, a reload in round 5.
     const auto start = std::chrono::steady_clock::now();
-    for (int round = 0; round < 20; ++round)
+    for (int round = 0; round < 10; ++round)
     {
         const std::string name = "fetched-" + std::to_string(round) + ".bin";
         Tftp("get image.bin " + name);
         EXPECT_EQ(Read(root / "client" / name), content) << "round " << round;
-        if (round == 5)
+        if (round == 3)
         {
             const std::string reply =
                 peer.Output("timeout 30 bootpc --dev vnetd1 --returniffail --timeoutwait 10 2>&1");
             EXPECT_NE(reply.find("IPADDR='10.77.42.50'"), std::string::npos) << reply << daemon->StandardError();
             EXPECT_NE(reply.find("image.bin"), std::string::npos) << reply;
         }
-        if (round == 10)
+        if (round == 5)
         {
             const std::size_t logged = daemon->StandardError().size();
             daemon->Signal(SIGHUP);
@@ -180,12 +173,6 @@ TEST_F(DaemonSafetyTest, UserNobodyKeepsBootpAndTftpServingThroughAReload)
     const std::string text = Status({}).Output;
     EXPECT_NE(text.find("02:77:42:00:00:32  seen 1 time(s)"), std::string::npos) << text;
     EXPECT_NE(text.find("assigned 10.77.42.50"), std::string::npos) << text;
-    const auto json = Status({"--json"});
-    ASSERT_EQ(json.Status, 0) << json.Error;
-    const auto devices = nlohmann::json::parse(json.Output).at("devices");
-    ASSERT_EQ(devices.size(), 1U) << json.Output;
-    EXPECT_EQ(std::make_pair(devices[0].at("hardware"), devices[0].at("assigned")),
-              std::make_pair(nlohmann::json("02:77:42:00:00:32"), nlohmann::json("10.77.42.50")));
     EXPECT_EQ(daemon->Stop(), 0) << daemon->StandardError();
     EXPECT_EQ(daemon->StandardError().find("ERROR"), std::string::npos) << daemon->StandardError();
 }
@@ -249,7 +236,7 @@ TEST_F(DaemonSafetyTest, AConfinedDaemonRefusesAReloadItCouldNotServe)
 TEST_F(DaemonSafetyTest, WithoutThePrivilegeToConfineOneWarningSaysSo)
 {
     VANTREL_REQUIRE_NETWORK_NAMESPACE();
-    std::vector<std::string> prefix = VantrelTest::AsNobody();
+    std::vector<std::string> prefix = VantrelTest::AsNobody;
     prefix.insert(prefix.end(), {"--inh-caps=+net_bind_service", "--ambient-caps=+net_bind_service"});
     DaemonProcess daemon({"--config", Config(TftpConfig("boot"))}, prefix);
     ASSERT_TRUE(daemon.WaitForError("TFTP server on UDP port 69")) << daemon.StandardError();
